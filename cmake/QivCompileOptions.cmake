@@ -1,0 +1,24 @@
+# What every target of the project is compiled with: language levels, warnings, sanitizers.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+set(QIV_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefined or thread")
+option(QIV_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+
+add_library(qiv_compile_options INTERFACE)
+target_compile_definitions(qiv_compile_options INTERFACE _GNU_SOURCE)
+target_compile_options(qiv_compile_options INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+  $<$<BOOL:${QIV_WARNINGS_AS_ERRORS}>:-Werror>)
+
+if(QIV_SANITIZE)
+  add_compile_options(-fsanitize=${QIV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${QIV_SANITIZE})
+endif()

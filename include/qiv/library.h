@@ -1,0 +1,91 @@
+/**
+ * @file
+ * Start and stop of the library, its version and the preferred address family.
+ *
+ * An application calls QIV_Init() before it uses networking or the last error, and QIV_Fini() once
+ * for each successful start. Mutexes, semaphores, conditions, threads and time work without a
+ * start.
+ */
+#ifndef QIV_LIBRARY_H
+#define QIV_LIBRARY_H
+
+#include <qiv/types.h>
+
+QIV_EXTERN_C_BEGIN
+
+/**
+ * Starts the library, or counts one more start when it is started already.
+ *
+ * The first start makes the whole process ignore SIGPIPE.
+ *
+ * @return 0; -1 when a first start fails (what it had started is stopped again)
+ * @par Errors         no errno
+ * @par Thread safety  any threads
+ * @par System         sigaction(2)
+ * @see QIV_Fini
+ */
+QIV_API int QIV_Init(void) QIV_NOEXCEPT;
+
+/**
+ * Does what QIV_Init() does.
+ *
+ * @return as QIV_Init()
+ * @par Errors         no errno
+ * @par Thread safety  any threads
+ * @par System         sigaction(2)
+ */
+QIV_API int QIV_InitEx(void) QIV_NOEXCEPT;
+
+/**
+ * Takes back one start; the last one stops the library.
+ *
+ * There is no guard against more stops than starts: the count wraps, and the starts that follow
+ * find a count above 0 and start nothing.
+ *
+ * @return 0
+ * @par Errors         no errno
+ * @par Thread safety  any threads
+ * @par System         none
+ */
+QIV_API int QIV_Fini(void) QIV_NOEXCEPT;
+
+/**
+ * Does what QIV_Fini() does.
+ *
+ * @return as QIV_Fini()
+ * @par Errors         no errno
+ * @par Thread safety  any threads
+ * @par System         none
+ */
+QIV_API int QIV_FiniEx(void) QIV_NOEXCEPT;
+
+/**
+ * Gives the interface version, a byte per component from the most significant down.
+ *
+ * @return 0x0101000C (1.1.0.12); not derived from the text behind pVersion
+ * @par Errors         none
+ * @par Thread safety  any threads
+ * @par System         none
+ */
+QIV_API unsigned int QIV_GetQIVVersion(void) QIV_NOEXCEPT;
+
+/**
+ * Translates an address family for the system.
+ *
+ * @param family  any value
+ * @return g_Af for QIV_AF_PREFERRED; every other value as it is
+ * @par Errors         none
+ * @par Thread safety  any threads
+ * @par System         none
+ */
+QIV_API int QIV_GetAf_Inner(int family) QIV_NOEXCEPT;
+
+/** The preferred address family (2 or 10); 0 until a start of the library has found one. */
+extern QIV_API int g_Af;
+
+/** The build's version text. */
+extern QIV_API const char* pVersion;
+
+QIV_EXTERN_C_END
+
+#endif

@@ -1,0 +1,18 @@
+#include "base/diagnostic.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+
+namespace qiv::base {
+
+void Diagnose(const char* format, ...) noexcept {
+  const int savedErrno = errno;
+  va_list arguments;
+  va_start(arguments, format);
+  std::vfprintf(stderr, format, arguments);
+  va_end(arguments);
+  errno = savedErrno;
+}
+
+}  // namespace qiv::base

@@ -1,0 +1,99 @@
+// Start and stop: the only file that knows every family.
+//
+// The start count and the services' flags are guarded by g_libraryMutex. g_Af is written under it
+// and read without it.
+#include "core/library.h"
+
+#include <qiv/error.h>
+#include <qiv/library.h>
+#include <qiv/mutex.h>
+#include <qiv/socket.h>
+
+#include <csignal>
+#include <iterator>
+
+#include "base/load_order.h"
+#include "base/scoped_lock.h"
+
+int g_Af = 0;
+const char* pVersion = "version: 1.1.15.460672";
+
+namespace qiv::core {
+namespace {
+
+constexpr unsigned int kInterfaceVersion = 0x0101000C;
+
+QIV_LOAD_ORDER(QIV_LOAD_LIBRARY_MUTEX) QIV_Mutex g_libraryMutex{0};
+
+unsigned int g_startCount QIV_GUARDED_BY(g_libraryMutex) = 0;
+
+Service g_services[] QIV_GUARDED_BY(g_libraryMutex) = {
+    {QIV_InitNetwork_Inter, QIV_FiniNetwork_Inter, false},
+    {QIV_InitError_Inter, QIV_FiniError_Inter, false},
+};
+
+bool FirstStart() QIV_REQUIRES(g_libraryMutex) {
+  std::signal(SIGPIPE, SIG_IGN);
+  return StartServices(std::begin(g_services), std::end(g_services));
+}
+
+}  // namespace
+
+bool StartServices(Service* first, Service* last) noexcept {
+  for (Service* service = first; service != last; ++service) service->started = false;
+  for (Service* service = first; service != last; ++service) {
+    if (service->start == nullptr) continue;
+    if (service->start() != QIV_OK) {
+      StopServices(first, last);
+      return false;
+    }
+    service->started = true;
+  }
+  return true;
+}
+
+void StopServices(Service* first, Service* last) noexcept {
+  for (Service* service = first; service != last; ++service) {
+    if (!service->started) continue;
+    service->stop();
+    service->started = false;
+  }
+}
+
+unsigned int StartCount() noexcept {
+  const base::ScopedLock lock(g_libraryMutex);
+  return g_startCount;
+}
+
+}  // namespace qiv::core
+
+extern "C" {
+
+int QIV_Init(void) noexcept {
+  using namespace qiv::core;
+  const qiv::base::ScopedLock lock(g_libraryMutex);
+  if (g_startCount == 0 && !FirstStart()) return QIV_ERROR;
+  ++g_startCount;
+  return QIV_OK;
+}
+
+int QIV_InitEx(void) noexcept { return QIV_Init(); }
+
+int QIV_Fini(void) noexcept {
+  using namespace qiv::core;
+  g_libraryMutex.Lock();
+  // Kept: no guard against more stops than starts. The count wraps and nothing is stopped.
+  --g_startCount;
+  if (g_startCount == 0) StopServices(std::begin(g_services), std::end(g_services));
+  return g_libraryMutex.Unlock();
+}
+
+int QIV_FiniEx(void) noexcept { return QIV_Fini(); }
+
+unsigned int QIV_GetQIVVersion(void) noexcept { return qiv::core::kInterfaceVersion; }
+
+int QIV_GetAf_Inner(int family) noexcept {
+  return family == QIV_AF_PREFERRED ? __atomic_load_n(&g_Af, __ATOMIC_RELAXED) : family;
+}
+
+}  // extern "C"

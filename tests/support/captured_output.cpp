@@ -1,0 +1,43 @@
+#include "support/captured_output.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace qiv::test {
+
+CapturedOutput::CapturedOutput(int descriptor) : m_descriptor(descriptor) {
+  std::fflush(nullptr);
+  char path[] = "/tmp/qiv-test-XXXXXX";
+  m_file = mkstemp(path);
+  if (m_file == -1) throw std::runtime_error("no temporary file");
+  unlink(path);
+  m_saved = dup(descriptor);
+  dup2(m_file, descriptor);
+}
+
+CapturedOutput::~CapturedOutput() { Restore(); }
+
+std::string CapturedOutput::Stop() {
+  Restore();
+  const off_t size = lseek(m_file, 0, SEEK_END);
+  std::string text(static_cast<std::size_t>(size), '\0');
+  lseek(m_file, 0, SEEK_SET);
+  const ssize_t got = read(m_file, &text[0], text.size());
+  text.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+  close(m_file);
+  m_file = -1;
+  return text;
+}
+
+void CapturedOutput::Restore() {
+  if (m_saved == -1) return;
+  std::fflush(nullptr);
+  dup2(m_saved, m_descriptor);
+  close(m_saved);
+  m_saved = -1;
+}
+
+}  // namespace qiv::test

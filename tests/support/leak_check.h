@@ -1,0 +1,24 @@
+// A fixture that fails a test which leaves descriptors or threads behind.
+#ifndef QIV_TESTS_SUPPORT_LEAK_CHECK_H
+#define QIV_TESTS_SUPPORT_LEAK_CHECK_H
+
+#include <gtest/gtest.h>
+
+namespace qiv::test {
+
+/** Entries of a directory, "." and ".." not counted; -1 when it cannot be read. */
+int CountEntries(const char* directory);
+
+class LeakCheckedTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+ private:
+  int m_descriptors = 0;
+  int m_threads = 0;
+};
+
+}  // namespace qiv::test
+
+#endif
