@@ -7,12 +7,12 @@
 
 static int g_failures = 0;
 
-#define CHECK(condition)                                                     \
-  do {                                                                       \
-    if (!(condition)) {                                                      \
+#define CHECK(condition)                                                        \
+  do {                                                                          \
+    if (!(condition)) {                                                         \
       fprintf(stderr, "%s:%d: not true: %s\n", __FILE__, __LINE__, #condition); \
-      ++g_failures;                                                          \
-    }                                                                        \
+      ++g_failures;                                                             \
+    }                                                                           \
   } while (0)
 
 static void UseLibrary(void) {
