@@ -139,8 +139,8 @@ class Client {
 
   // Most messages are small, some are split into pieces.
   void SendNext() {
-    const unsigned int kind = m_random() % 20;
-    const unsigned int limit = kind < 14 ? 256 : kind < 19 ? 4096 : kLargestMessage;
+    const auto kind = m_random() % 20;
+    const std::size_t limit = kind < 14 ? 256 : kind < 19 ? 4096 : kLargestMessage;
     m_size = 1 + m_random() % limit;
     m_offset = m_random() % (2 * kLargestMessage);
     m_received = 0;
