@@ -1,0 +1,170 @@
+/*
+ * Loads and unloads the shared library many times and checks that the process is afterwards what it
+ * was before: mappings, memory, descriptors, threads and thread-local keys.
+ *
+ * usage: unload_test LIBRARY load|start|threads
+ */
+#include <dirent.h>
+#include <dlfcn.h>
+#include <limits.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#ifdef QIV_HAVE_MALLINFO2
+#include <malloc.h>
+#endif
+
+enum { kWarmUpRounds = 20, kRounds = 200, kSettleAttempts = 200 };
+
+typedef struct {
+  long mappings;
+  long dataKib;
+  long heapBytes;
+  long descriptors;
+  long threads;
+} Usage;
+
+static void Fail(const char* what) {
+  fprintf(stderr, "unload_test: %s\n", what);
+  exit(1);
+}
+
+/* dlsym() gives an object pointer; ISO C has no cast from that to a function. */
+typedef int (*Function)(void);
+static Function FindFunction(void* library, const char* name) {
+  Function function = NULL;
+  void* const address = dlsym(library, name);
+  if (address == NULL) {
+    fprintf(stderr, "unload_test: %s is not found through the library\n", name);
+    exit(1);
+  }
+  memcpy(&function, &address, sizeof function);
+  return function;
+}
+
+/* The mappings and the size of the writable ones; the kernel's own sum, VmData, would under an
+ * emulator be the emulator's. */
+static void MeasureMappings(Usage* usage) {
+  FILE* const file = fopen("/proc/self/maps", "r");
+  char line[PATH_MAX + 128];
+  if (file == NULL) Fail("/proc/self/maps cannot be read");
+  usage->mappings = 0;
+  usage->dataKib = 0;
+  while (fgets(line, sizeof line, file) != NULL) {
+    unsigned long first;
+    unsigned long last;
+    char access[5];
+    if (sscanf(line, "%lx-%lx %4s", &first, &last, access) != 3) Fail("odd /proc/self/maps");
+    ++usage->mappings;
+    if (access[1] == 'w') usage->dataKib += (long)((last - first) / 1024);
+  }
+  fclose(file);
+}
+
+static long CountEntries(const char* path) {
+  DIR* const directory = opendir(path);
+  long entries = 0;
+  if (directory == NULL) Fail(path);
+  while (readdir(directory) != NULL) ++entries;
+  closedir(directory);
+  return entries;
+}
+
+static long HeapBytes(void) {
+#ifdef QIV_HAVE_MALLINFO2
+  return (long)mallinfo2().uordblks;
+#else
+  return 0;
+#endif
+}
+
+static Usage Measure(void) {
+  Usage usage;
+  usage.descriptors = CountEntries("/proc/self/fd");
+  usage.threads = CountEntries("/proc/self/task");
+  usage.heapBytes = HeapBytes();
+  MeasureMappings(&usage);
+  return usage;
+}
+
+static int IsSame(const Usage* a, const Usage* b) {
+#ifdef QIV_SANITIZED
+  /* A sanitizer keeps records of its own about every library that was ever loaded. */
+  return a->descriptors == b->descriptors && a->threads == b->threads;
+#else
+  return a->mappings == b->mappings && a->dataKib == b->dataKib && a->heapBytes == b->heapBytes &&
+         a->descriptors == b->descriptors && a->threads == b->threads;
+#endif
+}
+
+static void Print(const char* when, const Usage* usage) {
+  fprintf(
+      stderr, "%s: %ld mappings, %ld KiB writable, %ld heap bytes, %ld descriptors, %ld threads\n",
+      when, usage->mappings, usage->dataKib, usage->heapBytes, usage->descriptors, usage->threads);
+}
+
+/* How many thread-local keys can be created now; gives them all back. */
+static int CountFreeKeys(void) {
+  static pthread_key_t keys[PTHREAD_KEYS_MAX + 1];
+  int count = 0;
+  int i;
+  while (count <= PTHREAD_KEYS_MAX && pthread_key_create(&keys[count], NULL) == 0) ++count;
+  for (i = 0; i < count; ++i) pthread_key_delete(keys[i]);
+  return count;
+}
+
+static void UseLibuuid(void* library) {
+  (void)FindFunction(library, "uuid_generate");
+  (void)FindFunction(library, "uuid_parse");
+  (void)FindFunction(library, "uuid_unparse");
+  (void)FindFunction(library, "uuid_compare");
+}
+
+static void StartAndStop(void* library) {
+  if (FindFunction(library, "QIV_Init")() != 0) Fail("QIV_Init failed");
+  if (FindFunction(library, "QIV_Fini")() != 0) Fail("QIV_Fini failed");
+}
+
+static void RunRounds(const char* path, const char* mode, int rounds) {
+  int round;
+  for (round = 0; round < rounds; ++round) {
+    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (library == NULL) Fail(dlerror());
+    UseLibuuid(library);
+    if (strcmp(mode, "load") != 0) StartAndStop(library);
+    if (dlclose(library) != 0) Fail(dlerror());
+    if (dlopen(path, RTLD_NOW | RTLD_NOLOAD) != NULL) Fail("the library stays after dlclose()");
+  }
+}
+
+/* A thread that has been joined may still be listed for a moment, so a difference gets time. */
+static int EndsAs(const Usage* before) {
+  const struct timespec tenMilliseconds = {0, 10 * 1000 * 1000};
+  Usage after = Measure();
+  int attempt;
+  for (attempt = 0; attempt < kSettleAttempts && !IsSame(before, &after); ++attempt) {
+    nanosleep(&tenMilliseconds, NULL);
+    after = Measure();
+  }
+  Print("before", before);
+  Print("after", &after);
+  return IsSame(before, &after);
+}
+
+int main(int argc, char** argv) {
+  Usage before;
+  int freeKeys;
+  if (argc != 3) Fail("usage: unload_test LIBRARY load|start|threads");
+  RunRounds(argv[1], argv[2], kWarmUpRounds);
+  (void)Measure();
+  freeKeys = CountFreeKeys();
+  before = Measure();
+
+  RunRounds(argv[1], argv[2], kRounds);
+
+  if (!EndsAs(&before)) Fail("loading and unloading leaves something behind");
+  if (CountFreeKeys() != freeKeys) Fail("loading and unloading uses up thread-local keys");
+  return 0;
+}
