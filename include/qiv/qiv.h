@@ -1,0 +1,25 @@
+/**
+ * @file
+ * Everything: brings the header of each family.
+ */
+#ifndef QIV_QIV_H
+#define QIV_QIV_H
+
+#include <qiv/address.h>
+#include <qiv/async_io.h>
+#include <qiv/condition.h>
+#include <qiv/debug.h>
+#include <qiv/error.h>
+#include <qiv/library.h>
+#include <qiv/mutex.h>
+#include <qiv/poll.h>
+#include <qiv/semaphore.h>
+#include <qiv/socket.h>
+#include <qiv/system.h>
+#include <qiv/thread.h>
+#include <qiv/time.h>
+#include <qiv/time_classes.h>
+#include <qiv/trace_info.h>
+#include <qiv/types.h>
+
+#endif
