@@ -1,8 +1,8 @@
 // Completion queues: creation and destruction, and the binding of sockets to their workers.
 //
-// Lock order: a worker's lock, then the socket's send-side mutex, then its receive-side mutex. Binding
-// takes no worker's lock: a callback in mode 1 that binds a socket to another worker holds its own,
-// and two such callbacks would wait for each other.
+// Lock order: a worker's lock, then the socket's send-side mutex, then its receive-side mutex.
+// Binding takes no worker's lock: a callback in mode 1 that binds a socket to another worker holds
+// its own, and two such callbacks would wait for each other.
 #include <qiv/async_io.h>
 #include <qiv/socket.h>
 #include <qiv/system.h>
@@ -54,8 +54,8 @@ void FreeQueue(Queue* queue) {
   std::free(queue);
 }
 
-// Kept: the last worker that could be started is left running. It stands in the queue's block, which
-// is therefore left to it.
+// Kept: the last worker that could be started is left running. It stands in the queue's block,
+// which is therefore left to it.
 void AbandonQueue(Queue* queue, int started) {
   if (started == 0) {
     FreeQueue(queue);
@@ -131,8 +131,8 @@ int QIV_AsyncIO_UnBindIOHandleEx(int socket, QIV_HANDLE queue) noexcept {
   const ScopedLock recvSide(CSocketOperation::m_recvMutex[socket]);
   const CSocketOperation* const operation = TableEntry(socket);
   if (operation == nullptr || operation->EpollFd() != worker->EpollFd()) {
-    qiv::base::Diagnose(
-        "QIV_AsyncIO_UnBindIOHandleEx gSocketOpr[socketFd] = NULL, socketFd = %d\n", socket);
+    qiv::base::Diagnose("QIV_AsyncIO_UnBindIOHandleEx gSocketOpr[socketFd] = NULL, socketFd = %d\n",
+                        socket);
     return QIV_ERROR;
   }
   delete operation;

@@ -24,8 +24,8 @@ class CDataMemoryPool {
  private:
   using Pool = qiv::aio::TrimmablePool;
 
-  Pool m_pools[14] = {Pool(32),   Pool(64),   Pool(128),  Pool(256),  Pool(512),
-                      Pool(1500), Pool(2048), Pool(3072), Pool(4096), Pool(5120),
+  Pool m_pools[14] = {Pool(32),   Pool(64),   Pool(128),  Pool(256),          Pool(512),
+                      Pool(1500), Pool(2048), Pool(3072), Pool(4096),         Pool(5120),
                       Pool(6144), Pool(7168), Pool(8192), Pool(kLargestChunk)};
 };
 

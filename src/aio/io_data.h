@@ -19,10 +19,10 @@ enum QIV_IO_TYPE : int {
 struct IO_DATA {
   int socketFd;
   QIV_IO_TYPE ioType;
-  void* buffer;    // send: the library's copy; receive: the caller's buffer; else null
-  int length;      // bytes in buffer
-  int doneBytes;   // sent so far, received, or the accepted descriptor
-  int errorCode;   // errno of the outcome, 0 on success
+  void* buffer;      // send: the library's copy; receive: the caller's buffer; else null
+  int length;        // bytes in buffer
+  int doneBytes;     // sent so far, received, or the accepted descriptor
+  int errorCode;     // errno of the outcome, 0 on success
   QIV_ADDR_T* addr;  // addrCopy, or the caller's record that receives an address, or null
   QIV_ADDR_T addrCopy;
   QIV_ASYNC_CALLBACK callback;

@@ -9,8 +9,7 @@
 namespace {
 
 // The request is not touched once the callback runs.
-void Report(int mode, QIV_Mutex* workerLock, const IO_DATA& request)
-    QIV_REQUIRES(workerLock) {
+void Report(int mode, QIV_Mutex* workerLock, const IO_DATA& request) QIV_REQUIRES(workerLock) {
   const QIV_ASYNC_CALLBACK callback = request.callback;
   const auto error = static_cast<unsigned int>(request.errorCode);
   const auto bytes = static_cast<unsigned int>(request.doneBytes);

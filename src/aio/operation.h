@@ -13,8 +13,8 @@ constexpr int kCallbackUnderLock = 1;
 constexpr int kReceiveNotReady = -11;
 
 /**
- * Carries out a send or the report of a connect. The caller holds the worker's lock. Once a callback
- * has run, the request may be gone: its callback may have unbound the socket.
+ * Carries out a send or the report of a connect. The caller holds the worker's lock. Once a
+ * callback has run, the request may be gone: its callback may have unbound the socket.
  *
  * @return the bytes of a partial send in all (nothing was reported), the last call's count for a
  *         finished send, 0 or below for a failure; for a connect 0 or -1

@@ -181,9 +181,7 @@ int CSocketOperation::SetEvents(int control, unsigned int events) noexcept {
   return result;
 }
 
-int CSocketOperation::Register() noexcept {
-  return SetEvents(EPOLL_CTL_ADD, EPOLLERR | EPOLLHUP);
-}
+int CSocketOperation::Register() noexcept { return SetEvents(EPOLL_CTL_ADD, EPOLLERR | EPOLLHUP); }
 
 // The queues are read, so both side mutexes are taken, in the order of every other place.
 int CSocketOperation::UnregisterIfIdle() noexcept {

@@ -14,9 +14,9 @@
 
 /** An edit of a socket's registration in its epoll set. */
 enum __SOCKET_OPR : int {
-  SOCKET_OPR_ADD = 0,        // register for errors and hang-ups
-  SOCKET_OPR_DEL = 1,        // unregister if no request is pending
-  SOCKET_OPR_ADD_READ = 2,   // the last four register first where that is needed
+  SOCKET_OPR_ADD = 0,       // register for errors and hang-ups
+  SOCKET_OPR_DEL = 1,       // unregister if no request is pending
+  SOCKET_OPR_ADD_READ = 2,  // the last four register first where that is needed
   SOCKET_OPR_DEL_READ = 3,
   SOCKET_OPR_ADD_WRITE = 4,
   SOCKET_OPR_DEL_WRITE = 5,
@@ -28,9 +28,9 @@ extern std::atomic<int> g_max_socket_send_dataMemory;
 /**
  * Two queues: sends and connects are guarded by the socket's entry of m_sendMutex, receives and
  * accepts by its entry of m_recvMutex. The registration is guarded by the object's own lock. Order:
- * the worker's lock, the send-side mutex, the receive-side mutex, the object's lock. A request stays
- * valid while its worker holds the worker's lock: only an unbind, which takes that lock, destroys
- * the object.
+ * the worker's lock, the send-side mutex, the receive-side mutex, the object's lock. A request
+ * stays valid while its worker holds the worker's lock: only an unbind, which takes that lock,
+ * destroys the object.
  */
 class CSocketOperation {
  public:

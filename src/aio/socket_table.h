@@ -7,8 +7,8 @@
 #include "aio/socket_operation.h"
 
 /**
- * Entries change under both side mutexes of their socket, so that either of them keeps an entry, and
- * the object behind it, as it is.
+ * Entries change under both side mutexes of their socket, so that either of them keeps an entry,
+ * and the object behind it, as it is.
  */
 extern std::atomic<CSocketOperation*> gSocketOpr[qiv::aio::kSocketLimit];
 

@@ -71,8 +71,8 @@ void Worker::Run() {
   }
 }
 
-// The first wait has only woken the worker. What it reported may be out of date by the time that the
-// lock is taken, so the events are harvested again under the lock.
+// The first wait has only woken the worker. What it reported may be out of date by the time that
+// the lock is taken, so the events are harvested again under the lock.
 void Worker::HandleReadyEvents(int count) {
   const ScopedLock lock(m_lock);
   const unsigned int nextUuid = CSocketOperation::NextUuid();

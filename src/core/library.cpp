@@ -1,7 +1,6 @@
 // Start and stop: the only file that knows every family.
 //
-// The start count and the services' flags are guarded by g_libraryMutex. g_Af is written under it
-// and read without it.
+// The start count and the services' flags are guarded by g_libraryMutex.
 #include "core/library.h"
 
 #include <qiv/error.h>
@@ -15,7 +14,6 @@
 #include "base/load_order.h"
 #include "base/scoped_lock.h"
 
-int g_Af = 0;
 const char* pVersion = "version: 1.1.15.460672";
 
 namespace qiv::core {
@@ -91,9 +89,5 @@ int QIV_Fini(void) noexcept {
 int QIV_FiniEx(void) noexcept { return QIV_Fini(); }
 
 unsigned int QIV_GetQIVVersion(void) noexcept { return qiv::core::kInterfaceVersion; }
-
-int QIV_GetAf_Inner(int family) noexcept {
-  return family == QIV_AF_PREFERRED ? __atomic_load_n(&g_Af, __ATOMIC_RELAXED) : family;
-}
 
 }  // extern "C"

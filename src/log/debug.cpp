@@ -1,5 +1,4 @@
 // Debug output: diagnostic messages on standard error.
-#include <pthread.h>
 #include <qiv/debug.h>
 
 #include <cerrno>
@@ -7,6 +6,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+
+#include "base/no_cancellation.h"
 
 namespace {
 
@@ -24,10 +25,8 @@ std::size_t LineEnd(int formatted) {
 // Failure paths report what errno says, and many of them may not unwind.
 int WriteToStandardError(const char* text) {
   const int savedErrno = errno;
-  int cancelState = PTHREAD_CANCEL_ENABLE;
-  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+  const qiv::base::NoCancellation noCancellation;
   const int result = std::fputs(text, stderr);
-  pthread_setcancelstate(cancelState, nullptr);
   errno = savedErrno;
   return result;
 }

@@ -1,20 +1,17 @@
-// The length of a socket address that the system is told.
+// The length of an address that the system is told.
 #ifndef QIV_NET_ADDRESS_LENGTH_H
 #define QIV_NET_ADDRESS_LENGTH_H
 
-#include <netinet/in.h>
 #include <qiv/address.h>
-#include <sys/socket.h>
-
-#include <cstring>
 
 namespace qiv::net {
 
-/** 16 for an IPv4 record, 28 for every other. */
+constexpr socklen_t kIpv4Length = sizeof(sockaddr_in);
+constexpr socklen_t kRecordLength = sizeof(QIV_ADDR_T);
+
+/** Decided by the family alone: whatever is not IPv4 counts as IPv6. */
 inline socklen_t AddressLength(const QIV_ADDR_T& address) noexcept {
-  sa_family_t family = 0;
-  std::memcpy(&family, &address, sizeof(family));
-  return family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+  return address.family == AF_INET ? kIpv4Length : kRecordLength;
 }
 
 }  // namespace qiv::net

@@ -1,0 +1,20 @@
+// Steps of the socket calls that their tests reach too.
+#ifndef QIV_NET_SOCKET_H
+#define QIV_NET_SOCKET_H
+
+#include <array>
+
+namespace qiv::net {
+
+/** What the system is given as an interface name; the rest is zero. */
+using DeviceName = std::array<char, 32>;
+
+/** The first 15 characters of a name. */
+DeviceName MakeDeviceName(const char* name) noexcept;
+
+/** Lets an IPv6 socket accept IPv4 too, and says so on standard output when it did not before. */
+void AcceptIpv4Too(int socket);
+
+}  // namespace qiv::net
+
+#endif

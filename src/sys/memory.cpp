@@ -1,0 +1,88 @@
+// Memory: zeroing, and the figures of /proc/meminfo.
+#include <qiv/system.h>
+
+#include <cstddef>
+#include <cstring>
+#include <exception>
+#include <fstream>
+
+#include "base/no_cancellation.h"
+#include "sys/proc_files.h"
+
+static_assert(sizeof(QIV_MEMORY_STATUS_T) == 48, "six 64-bit figures");
+static_assert(offsetof(QIV_MEMORY_STATUS_T, ullAvailPhys) == 8, "order of the figures");
+static_assert(offsetof(QIV_MEMORY_STATUS_T, ullTotalSwap) == 16, "order of the figures");
+static_assert(offsetof(QIV_MEMORY_STATUS_T, ullAvailSwap) == 24, "order of the figures");
+
+namespace qiv {
+namespace {
+
+constexpr const char* kMemoryFile = "/proc/meminfo";
+constexpr qiv_uint64 kBytesPerUnit = 1024;
+
+struct Figure {
+  const char* key;
+  qiv_uint64 bytes = 0;
+  bool seen = false;
+};
+
+// Takes the line's figure when the line carries `figure->key`.
+bool Scan(const std::string& line, Figure* figure) {
+  const std::size_t keyLength = std::strlen(figure->key);
+  if (line.compare(0, keyLength, figure->key) != 0 || line[keyLength] != ':') return false;
+  const char* cursor = line.c_str() + keyLength + 1;
+  qiv_uint64 units = 0;
+  if (!ScanNumber(&cursor, &units)) return false;
+  figure->bytes = units * kBytesPerUnit;
+  figure->seen = true;
+  return true;
+}
+
+}  // namespace
+
+bool ReadMemory(std::istream& meminfo, QIV_MEMORY_STATUS_T* out) {
+  enum { kTotal, kAvailable, kFree, kBuffers, kCached, kSwapTotal, kSwapFree };
+  Figure figures[] = {{"MemTotal"}, {"MemAvailable"}, {"MemFree"}, {"Buffers"},
+                      {"Cached"},   {"SwapTotal"},    {"SwapFree"}};
+  const auto complete = [&figures] {
+    return figures[kTotal].seen && figures[kSwapTotal].seen && figures[kSwapFree].seen;
+  };
+  std::string line;
+  while (!complete() && std::getline(meminfo, line)) {
+    for (Figure& figure : figures) {
+      if (Scan(line, &figure)) break;
+    }
+  }
+  out->ullTotalPhys = figures[kTotal].bytes;
+  out->ullTotalSwap = figures[kSwapTotal].bytes;
+  out->ullAvailSwap = figures[kSwapFree].bytes;
+  if (!complete()) return false;
+  const Figure& available = figures[kAvailable];
+  const Figure& free = figures[kFree];
+  const bool useEstimate = available.seen && free.seen && available.bytes > free.bytes;
+  out->ullAvailPhys =
+      useEstimate ? available.bytes : free.bytes + figures[kBuffers].bytes + figures[kCached].bytes;
+  return true;
+}
+
+}  // namespace qiv
+
+extern "C" {
+
+void QIV_ZeroMemory(void* p, unsigned int n) noexcept {
+  if (p != nullptr) std::memset(p, 0, n);
+}
+
+int QIV_GetMemoryStatus(QIV_MEMORY_STATUS_T* out) noexcept {
+  if (out == nullptr) return QIV_ERROR;
+  *out = {};
+  const qiv::base::NoCancellation noCancellation;
+  try {
+    std::ifstream meminfo(qiv::kMemoryFile);
+    return meminfo && qiv::ReadMemory(meminfo, out) ? QIV_OK : QIV_ERROR;
+  } catch (const std::exception&) {
+    return QIV_ERROR;
+  }
+}
+
+}  // extern "C"

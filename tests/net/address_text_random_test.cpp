@@ -1,0 +1,269 @@
+// Random texts and addresses against a second, plainer implementation of the same rules.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <qiv/address.h>
+
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <optional>
+#include <random>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/test_limit.h"
+
+namespace {
+
+constexpr unsigned int kSeed = 20240611;
+constexpr int kRounds = 100000;
+
+using Bytes = std::vector<int>;
+
+std::vector<std::string> Split(const std::string& text, char separator) {
+  std::vector<std::string> fields(1);
+  for (const char c : text) {
+    if (c == separator) {
+      fields.emplace_back();
+    } else {
+      fields.back() += c;
+    }
+  }
+  return fields;
+}
+
+std::optional<Bytes> ModelReadIpv4(const std::string& text) {
+  if (text.find_first_not_of("0123456789.") != std::string::npos) return std::nullopt;
+  Bytes bytes;
+  for (const std::string& part : Split(text, '.')) {
+    if (part.empty()) return std::nullopt;
+    const auto digits = part.find_first_not_of('0');
+    const std::string number = digits == std::string::npos ? "0" : part.substr(digits);
+    if (number.size() > 3 || std::stoi(number) > 255) return std::nullopt;
+    bytes.push_back(std::stoi(number));
+  }
+  if (bytes.size() != 4) return std::nullopt;
+  return bytes;
+}
+
+std::optional<Bytes> ModelReadField(const std::string& field) {
+  if (field.size() <= 4 && field.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos) {
+    const int word = std::stoi(field, nullptr, 16);
+    return Bytes{word / 256, word % 256};
+  }
+  int n[4];
+  if (field.size() < 7 || field.size() > 15) return std::nullopt;
+  if (std::regex_search(field, std::regex("[0-9]{10}"))) return std::nullopt;  // no room for dots
+  if (std::sscanf(field.c_str(), "%d.%d.%d.%d", &n[0], &n[1], &n[2], &n[3]) != 4) {
+    return std::nullopt;
+  }
+  for (const int number : n) {
+    if (number < 0 || number > 255) return std::nullopt;
+  }
+  return Bytes{n[0], n[1], n[2], n[3]};
+}
+
+std::optional<Bytes> ModelReadIpv6(const std::string& text) {
+  std::string work;
+  for (const char c : text.substr(0, 255)) {
+    if (std::strchr(" \t\n\v\f\r", c) == nullptr) work += c;
+  }
+  const std::vector<std::string> fields = Split(work, ':');
+  if (fields.size() > 10) return std::nullopt;
+  Bytes before;
+  Bytes after;
+  bool gap = false;
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (fields[i].empty()) {
+      if (i == 0 || i + 1 == fields.size()) continue;
+      if (gap) return std::nullopt;
+      gap = true;
+      continue;
+    }
+    const auto bytes = ModelReadField(fields[i]);
+    if (!bytes) return std::nullopt;
+    Bytes& target = gap ? after : before;
+    target.insert(target.end(), bytes->begin(), bytes->end());
+  }
+  const std::size_t size = before.size() + after.size();
+  if (size > 16 || (size < 16 && !gap)) return std::nullopt;
+  before.resize(16 - after.size(), 0);
+  before.insert(before.end(), after.begin(), after.end());
+  return before;
+}
+
+std::optional<Bytes> ModelRead(const std::string& text) {
+  return text.find(':') == std::string::npos ? ModelReadIpv4(text) : ModelReadIpv6(text);
+}
+
+std::string ModelWriteIpv4(const unsigned char* bytes) {
+  std::ostringstream text;
+  text << +bytes[0] << '.' << +bytes[1] << '.' << +bytes[2] << '.' << +bytes[3];
+  return text.str();
+}
+
+/** Writes every word with a ':' in front, then replaces the longest ":0:0..." by "::". */
+std::string ModelWriteIpv6(const unsigned char* bytes) {
+  static const unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+  const bool compatible =
+      std::memcmp(bytes, "\0\0\0\0\0\0\0\0\0\0\0", 12) == 0 && (bytes[12] != 0 || bytes[13] != 0);
+  if (compatible || std::memcmp(bytes, mapped, 12) == 0) return ModelWriteIpv4(bytes + 12);
+  std::ostringstream all;
+  for (int i = 0; i < 16; i += 2) all << ':' << std::hex << (bytes[i] << 8 | bytes[i + 1]);
+  std::string text = all.str() + ':';
+  for (int zeros = 8; zeros >= 2; --zeros) {
+    std::string run = ":";
+    for (int i = 0; i < zeros; ++i) run += "0:";
+    const auto at = text.find(run);
+    if (at == std::string::npos) continue;
+    text.replace(at, run.size(), "::");
+    break;
+  }
+  if (text.compare(0, 2, "::") != 0) text.erase(0, 1);
+  if (text.size() < 2 || text.compare(text.size() - 2, 2, "::") != 0) text.pop_back();
+  return text;
+}
+
+class RandomAddressTextTest : public ::testing::Test {
+ protected:
+  void SetUp() override { std::cout << "seed " << kSeed << '\n'; }
+
+  int Below(int limit) { return std::uniform_int_distribution<int>(0, limit - 1)(m_random); }
+  char OneOf(const char* characters) {
+    return characters[Below(static_cast<int>(std::strlen(characters)))];
+  }
+
+  std::string Number() {
+    const std::string sign = Below(12) == 0 ? (Below(2) == 0 ? "+" : "-") : "";
+    const std::string zeros(static_cast<std::size_t>(Below(10) == 0 ? Below(4) : 0), '0');
+    return sign + zeros + std::to_string(Below(Below(6) == 0 ? 400 : 256));
+  }
+
+  std::string Dotted() {
+    std::string text = Number();
+    const int dots = Below(8) == 0 ? Below(6) : 3;
+    for (int i = 0; i < dots; ++i) text += '.' + Number();
+    return text;
+  }
+
+  std::string Field() {
+    if (Below(8) == 0) return Dotted();
+    std::string text;
+    const int digits = Below(20) == 0 ? 5 : 1 + Below(4);
+    for (int i = 0; i < digits; ++i) text += OneOf("0123456789abcdefABCDEF");
+    return text;
+  }
+
+  std::string Text() {
+    if (Below(4) == 0) return Dotted();
+    std::string text = Below(5) == 0 ? ":" : "";
+    const int fields = 1 + Below(10);
+    for (int i = 0; i < fields; ++i) {
+      text += Field();
+      if (i + 1 < fields) text += Below(6) == 0 ? "::" : ":";
+    }
+    if (Below(5) == 0) text += Below(2) == 0 ? "::" : ":";
+    return text;
+  }
+
+  std::string Mutated(std::string text) {
+    for (int i = Below(3); i > 0; --i) {
+      const auto at = static_cast<std::size_t>(Below(static_cast<int>(text.size()) + 1));
+      switch (Below(4)) {
+        case 0:
+          text.insert(at, 1, OneOf("0123456789abcdefxXgG.::: \t\n+-%\x80\xff"));
+          break;
+        case 1:
+          if (at < text.size()) text.erase(at, 1);
+          break;
+        case 2:
+          text.insert(at, static_cast<std::size_t>(Below(260)), ' ');
+          break;
+        default:
+          text.insert(at, text.substr(0, static_cast<std::size_t>(Below(12))));
+      }
+    }
+    return text;
+  }
+
+  std::mt19937 m_random{kSeed};
+};
+
+TEST_F(RandomAddressTextTest, ReadingAgreesWithTheModelAndWritesNothingElse) {
+  int accepted = 0;
+  const int rounds = qiv::test::ScaledLoad(kRounds);
+  for (int round = 0; round < rounds; ++round) {
+    const std::string text = Below(3) == 0 ? Text() : Mutated(Text());
+    const auto wanted = ModelRead(text);
+    unsigned char out[18];
+    std::memset(out, 0xAA, sizeof(out));
+    ASSERT_EQ(wanted ? 0 : -1, QIV_InetPton(text.c_str(), out)) << '"' << text << '"';
+    Bytes expected = wanted.value_or(Bytes{});
+    accepted += wanted ? 1 : 0;
+    expected.resize(sizeof(out), 0xAA);
+    ASSERT_EQ(expected, Bytes(out, out + sizeof(out))) << '"' << text << '"';
+  }
+  EXPECT_GT(accepted, rounds / 10) << "the texts no longer try the accepting paths";
+  EXPECT_LT(accepted, rounds * 9 / 10) << "the texts no longer try the refusing paths";
+}
+
+TEST_F(RandomAddressTextTest, WhatTheSystemReadsIsReadAlike) {
+  const int rounds = qiv::test::ScaledLoad(kRounds);
+  int compared = 0;
+  for (int round = 0; round < rounds; ++round) {
+    const std::string text = Text();
+    const int family = text.find(':') == std::string::npos ? AF_INET : AF_INET6;
+    unsigned char system[16] = {};
+    unsigned char out[16] = {};
+    if (inet_pton(family, text.c_str(), system) != 1) continue;
+    ++compared;
+    ASSERT_EQ(0, QIV_InetPton(text.c_str(), out)) << text;
+    ASSERT_EQ(0, std::memcmp(system, out, sizeof(out))) << text;
+  }
+  EXPECT_GT(compared, rounds / 20);
+}
+
+TEST_F(RandomAddressTextTest, WritingAgreesWithTheModelAtEverySize) {
+  for (int round = qiv::test::ScaledLoad(kRounds); round > 0; --round) {
+    unsigned char bytes[16] = {};
+    for (unsigned char& byte : bytes) {
+      if (Below(3) == 0) byte = static_cast<unsigned char>(Below(256));
+    }
+    if (Below(4) == 0) std::memset(bytes, 0, static_cast<std::size_t>(8 + Below(9)));
+    if (Below(8) == 0) {
+      std::memset(bytes, 0, 10);
+      bytes[10] = bytes[11] = 0xFF;
+    }
+    const int family = Below(4) == 0 ? AF_INET : AF_INET6;
+    const std::string text = family == AF_INET ? ModelWriteIpv4(bytes) : ModelWriteIpv6(bytes);
+    const bool isPlainIpv6 = text.find(':') != std::string::npos;
+    const auto size = static_cast<unsigned int>(1 + Below(50));
+    const bool fits = size >= text.size() + (isPlainIpv6 ? 1 : 0);
+    std::string buffer(64, '#');
+    ASSERT_EQ(fits ? &buffer[0] : nullptr, QIV_InetNtop(family, bytes, &buffer[0], size)) << text;
+    const bool isPadded = family == AF_INET || isPlainIpv6;
+    std::string wanted = fits ? text : "";
+    if (fits && isPadded) wanted.resize(size, '\0');
+    wanted.resize(buffer.size(), '#');
+    ASSERT_EQ(wanted, buffer) << text << ", size " << size;
+  }
+}
+
+TEST_F(RandomAddressTextTest, WhatIsWrittenReadsBackToTheSameAddress) {
+  for (int round = qiv::test::ScaledLoad(kRounds); round > 0; --round) {
+    unsigned char bytes[16];
+    for (unsigned char& byte : bytes) {
+      byte = static_cast<unsigned char>(Below(2) == 0 ? 0 : Below(256));
+    }
+    char text[64] = {};
+    ASSERT_EQ(text, QIV_InetNtop(AF_INET6, bytes, text, sizeof(text)));
+    if (std::strchr(text, ':') == nullptr) continue;  // the embedded form is IPv4 from then on
+    unsigned char back[16];
+    ASSERT_EQ(0, QIV_InetPton(text, back)) << text;
+    ASSERT_EQ(0, std::memcmp(bytes, back, sizeof(back))) << text;
+  }
+}
+
+}  // namespace

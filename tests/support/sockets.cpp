@@ -1,0 +1,137 @@
+#include "support/sockets.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+
+#include "support/test_limit.h"
+
+namespace qiv::test {
+namespace {
+
+// Set-up that cannot fail on a working machine: the test process ends with a message if it does.
+int Checked(int result, const char* step) {
+  if (result == -1) {
+    std::perror(step);
+    std::abort();
+  }
+  return result;
+}
+
+void BindToLoopback(const Socket& socket) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  Checked(bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), "bind");
+}
+
+bool WaitFor(const Socket& socket, short events) {
+  pollfd record = {socket.Get(), events, 0};
+  return poll(&record, 1, static_cast<int>(TestLimit().count())) == 1;
+}
+
+}  // namespace
+
+Socket& Socket::operator=(Socket&& other) noexcept {
+  if (this != &other) {
+    Close();
+    m_descriptor = other.Release();
+  }
+  return *this;
+}
+
+int Socket::Release() {
+  const int descriptor = m_descriptor;
+  m_descriptor = -1;
+  return descriptor;
+}
+
+void Socket::Close() {
+  if (m_descriptor != -1) close(m_descriptor);
+  m_descriptor = -1;
+}
+
+Socket TcpSocket() { return Socket(Checked(socket(AF_INET, SOCK_STREAM, 0), "socket")); }
+
+Socket UdpSocket() { return Socket(Checked(socket(AF_INET, SOCK_DGRAM, 0), "socket")); }
+
+Socket BoundUdpSocket() {
+  Socket socket = UdpSocket();
+  BindToLoopback(socket);
+  return socket;
+}
+
+Socket Listener(int backlog) {
+  Socket socket = TcpSocket();
+  BindToLoopback(socket);
+  Checked(listen(socket.Get(), backlog), "listen");
+  return socket;
+}
+
+QIV_ADDR_T AddressOf(const Socket& socket) {
+  QIV_ADDR_T address = {};
+  socklen_t length = sizeof(address);
+  Checked(getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&address), &length), "getsockname");
+  return address;
+}
+
+QIV_ADDR_T ClosedAddress() {
+  Socket socket = TcpSocket();
+  BindToLoopback(socket);
+  return AddressOf(socket);
+}
+
+TcpPair::TcpPair() {
+  const Socket listener = Listener();
+  const QIV_ADDR_T address = AddressOf(listener);
+  first = TcpSocket();
+  Checked(connect(first.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(sockaddr_in)),
+          "connect");
+  second = Socket(Checked(accept(listener.Get(), nullptr, nullptr), "accept"));
+}
+
+void Reset(Socket& socket) {
+  const linger abort = {1, 0};
+  setsockopt(socket.Get(), SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
+  socket.Close();
+}
+
+Socket MoveTo(Socket socket, int number) {
+  return Socket(Checked(dup2(socket.Get(), number), "dup2"));
+}
+
+void WriteAll(const Socket& socket, const std::string& bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size() && WaitFor(socket, POLLOUT)) {
+    const ssize_t sent =
+        send(socket.Get(), bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent > 0) done += static_cast<std::size_t>(sent);
+    if (sent == -1 && errno != EAGAIN) break;
+  }
+}
+
+std::string ReadExactly(const Socket& socket, std::size_t count) {
+  std::string bytes(count, '\0');
+  std::size_t done = 0;
+  while (done < count && WaitFor(socket, POLLIN)) {
+    const ssize_t got = recv(socket.Get(), &bytes[done], count - done, MSG_DONTWAIT);
+    if (got > 0) done += static_cast<std::size_t>(got);
+    if (got == 0 || (got == -1 && errno != EAGAIN)) break;
+  }
+  bytes.resize(done);
+  return bytes;
+}
+
+std::string Pattern(std::size_t count, unsigned int seed) {
+  std::minstd_rand random(seed + 1);
+  std::string bytes(count, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random() >> 7);
+  return bytes;
+}
+
+}  // namespace qiv::test
