@@ -30,7 +30,7 @@ class FileStream final : private StreamSender::Owner {
              const CompletionQueue& queue, Bell& bell);
 
   void Start(const QIV_ADDR_T& server);
-  void Close() { m_socket.Close(); }
+  void Close() { m_socket.Close(); }  // repeated calls do nothing
 
   bool Finished() const { return m_finished.load(std::memory_order_acquire); }
   std::uint64_t EqualBytes() const { return m_equal.load(std::memory_order_relaxed); }

@@ -48,7 +48,7 @@ Transfer::End Transfer::WaitForStreams() {
   Progress progress(m_totalBytes);
   std::uint64_t lastBytes = 0;
   Clock::time_point lastMove = Clock::now();
-  while (!AllFinished()) {
+  while (!CloseFinished()) {
     m_bell.Wait(kProgressMs);
     const std::uint64_t bytes = EqualBytes();
     progress.Show(bytes);
@@ -66,9 +66,17 @@ Transfer::End Transfer::WaitForStreams() {
   return End::kComplete;
 }
 
-bool Transfer::AllFinished() const {
-  return std::all_of(m_streams.begin(), m_streams.end(),
-                     [](const FileStream& stream) { return stream.Finished(); });
+// Whether every stream has finished. One that failed must not keep its place at the server.
+bool Transfer::CloseFinished() {
+  bool all = true;
+  for (FileStream& stream : m_streams) {
+    if (stream.Finished()) {
+      stream.Close();
+    } else {
+      all = false;
+    }
+  }
+  return all;
 }
 
 std::uint64_t Transfer::EqualBytes() const {

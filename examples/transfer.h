@@ -37,7 +37,7 @@ class Transfer {
 
  private:
   End WaitForStreams();
-  bool AllFinished() const;
+  bool CloseFinished();
 
   const ClientSettings m_settings;
   const std::uint64_t m_totalBytes;

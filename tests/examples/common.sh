@@ -25,6 +25,14 @@ fail() {
   exit 1
 }
 
+# The library's own lines, which say nothing about the programs.
+library_lines='^qiv tls index{[0-9]*}\|^QIV_AsyncIO_AcceptEx '
+
+# own_lines NAME: the lines that the program itself has written to standard error.
+own_lines() {
+  sed "/$library_lines/d; s/\r$//; /^$/d" "$work/$1.err"
+}
+
 # run NAME COMMAND...: runs it to its end; its output lands in $work/NAME.out and .err and its exit
 # status in $status.
 run() {

@@ -15,7 +15,7 @@ expect_equal() {
   expect_text client.out "sent $bytes bytes over $1 connections"
   [ "$(grep -c '^connection [0-9]*: [0-9]* bytes equal' "$work/client.out")" -eq "$1" ] ||
     fail "not one result per connection"
-  [ ! -s "$work/client.err" ] || fail 'something on standard error'
+  [ -z "$(own_lines client)" ] || fail 'something on standard error'
 }
 
 start_server server "${server[@]}" --port 0 --message-size 50001 --workers 3

@@ -9,7 +9,7 @@ expect_help() {
   for option in --port --connections --message-size --workers; do
     expect_text help.out "$option"
   done
-  [ ! -s "$work/help.err" ] || fail "$program --help writes to standard error"
+  [ -z "$(own_lines help)" ] || fail "$program --help writes to standard error"
 }
 
 # expect_refused TEXT COMMAND...
@@ -19,7 +19,7 @@ expect_refused() {
   run refused "$@"
   expect_status 2 "$*"
   expect_text refused.err "$text"
-  [ "$(wc -l <"$work/refused.err")" -eq 1 ] || fail "$*: not one line on standard error"
+  [ "$(own_lines refused | wc -l)" -eq 1 ] || fail "$*: not one line on standard error"
   [ ! -s "$work/refused.out" ] || fail "$*: something on standard output"
 }
 
