@@ -18,13 +18,14 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr double kMiB = 1024.0 * 1024.0;
 
-// Prints a line per connection; true when all of them succeeded.
-bool PrintStreams(const echo::Transfer& transfer) {
+// Prints a line per connection; true when all of them succeeded. After an interruption it does not
+// matter who closed first.
+bool PrintStreams(const echo::Transfer& transfer, bool interrupted) {
   int number = 0;
   bool allSucceeded = true;
   for (const echo::FileStream& stream : transfer.Streams()) {
     const auto bytes = static_cast<unsigned long long>(stream.EqualBytes());
-    if (!stream.Finished()) {
+    if (!stream.Finished() || (interrupted && stream.Broken())) {
       std::printf("connection %d: not finished, %llu bytes equal\n", number, bytes);
       allSucceeded = false;
     } else if (stream.Succeeded()) {
@@ -54,8 +55,9 @@ void PrintTotal(const echo::Transfer& transfer, const echo::ClientSettings& sett
 
 int Report(echo::Transfer::End end, const echo::Transfer& transfer,
            const echo::ClientSettings& settings) {
-  const bool allSucceeded = PrintStreams(transfer);
-  if (end == echo::Transfer::End::kInterrupted) {
+  const bool interrupted = end == echo::Transfer::End::kInterrupted;
+  const bool allSucceeded = PrintStreams(transfer, interrupted);
+  if (interrupted) {
     std::fprintf(stderr, "echo_client: interrupted\n");
     return echo::kExitInterrupted;
   }

@@ -38,6 +38,7 @@ class FileStream final : private StreamSender::Owner {
 
   // After Finished(): whether the whole range came back equal, and if not, what happened.
   bool Succeeded() const { return m_outcome == Outcome::kEqual; }
+  bool Broken() const { return m_outcome == Outcome::kClosed || m_outcome == Outcome::kSendFailed; }
   std::string Failure() const;
   std::chrono::steady_clock::time_point FinishTime() const { return m_finishTime; }
 

@@ -63,7 +63,9 @@ Transfer::End Transfer::WaitForStreams() {
       return End::kStalled;
     }
   }
-  return End::kComplete;
+  // A server that the same Ctrl-C has stopped may have broken the streams first.
+  const bool brokenByStop = m_bell.StopAsked() && EqualBytes() < m_totalBytes;
+  return brokenByStop ? End::kInterrupted : End::kComplete;
 }
 
 // Whether every stream has finished. One that failed must not keep its place at the server.

@@ -7,9 +7,13 @@
 # Ctrl-C. QIV_DEMO_CLIENT_OPTIONS, QIV_DEMO_SERVER_OPTIONS: further options of the two programs.
 set -euo pipefail
 
+usage='usage: demo.sh [FILE]'
+if [ "${1:-}" = --help ]; then
+  echo "$usage"
+  exit 0
+fi
 if [ $# -gt 1 ] || [[ "${1:-}" == -* ]]; then
-  echo "usage: demo.sh [FILE]" >&2
-  [ "${1:-}" = --help ] && exit 0
+  echo "$usage" >&2
   exit 2
 fi
 file=${1:+$(realpath -m -- "$1")}
@@ -28,6 +32,7 @@ stop() {
   wait "$1"
 }
 
+# shellcheck disable=SC2317  # called by the trap
 clean_up() {
   trap '' INT TERM
   stop "$client_pid" || true
@@ -36,8 +41,8 @@ clean_up() {
 }
 
 build_programs() {
-  scripts/setup.sh build
-  cmake --preset release -B $build -DBUILD_TESTING=OFF -DQIV_BUILD_BENCH=OFF >"$work/build.log" &&
+  scripts/setup.sh build &&
+    cmake --preset release -B $build -DBUILD_TESTING=OFF -DQIV_BUILD_BENCH=OFF >"$work/build.log" &&
     cmake --build $build --parallel "$(nproc)" --target echo_server echo_client >>"$work/build.log"
 }
 
@@ -56,8 +61,8 @@ default_file() {
 
 # Sets port once the server has told it.
 await_port() {
-  local look
-  for look in $(seq 100); do
+  local _
+  for _ in $(seq 100); do
     port=$(sed -n 's/^listening on .* port \([0-9]*\)$/\1/p' "$work/server.out")
     if [ -n "$port" ]; then return 0; fi
     kill -0 "$server_pid" 2>/dev/null || break

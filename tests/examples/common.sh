@@ -1,3 +1,6 @@
+#!/usr/bin/env bash
+# shellcheck disable=SC2034  # the tests use the variables
+#
 # Sourced by the tests of the example programs, with their arguments: the paths of echo_server,
 # echo_client and wrong_server. A failed check ends the test.
 set -euo pipefail

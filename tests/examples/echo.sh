@@ -1,4 +1,6 @@
+#!/usr/bin/env bash
 # Files of any size come back equal, over any number of connections and with any message size.
+# shellcheck source-path=SCRIPTDIR source=common.sh
 source "$(dirname "$0")/common.sh"
 
 head -c 1000003 /dev/urandom >"$work/some"
@@ -39,3 +41,20 @@ expect_equal 5 4096 2 some
 kill -TERM "$pid"
 end "$pid"
 expect_status 0 'the server with room for one client'
+
+# Without descriptors for more clients the server waits until one leaves, and goes on.
+# shellcheck disable=SC2016  # expanded by the inner shell
+start_server poor bash -c 'ulimit -n 14 && exec "$@"' poor "${server[@]}" --port 0 --workers 1
+idle=()
+for _ in $(seq 20); do
+  exec {connection}<>"/dev/tcp/127.0.0.1/$port"
+  idle+=("$connection")
+done
+await poor 'Too many open files; waiting for a client to leave'
+for connection in "${idle[@]}"; do
+  exec {connection}>&-
+done
+expect_equal 20 4096 2 some
+kill -INT "$pid"
+end "$pid"
+expect_status 0 'the server without descriptors'

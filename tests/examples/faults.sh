@@ -1,5 +1,7 @@
+#!/usr/bin/env bash
 # A wrong echo, a connection that breaks and a server that is not there end with status 1 and a
 # message that tells them apart.
+# shellcheck source-path=SCRIPTDIR source=common.sh
 source "$(dirname "$0")/common.sh"
 
 head -c 300000 /dev/zero >"$work/zeros"

@@ -1,4 +1,6 @@
+#!/usr/bin/env bash
 # --help succeeds; whatever cannot be understood ends with status 2 and one line that names it.
+# shellcheck source-path=SCRIPTDIR source=common.sh
 source "$(dirname "$0")/common.sh"
 
 expect_help() {

@@ -1,4 +1,6 @@
+#!/usr/bin/env bash
 # SIGINT and SIGTERM end both programs cleanly, idle or in the middle of a transfer.
+# shellcheck source-path=SCRIPTDIR source=common.sh
 source "$(dirname "$0")/common.sh"
 
 # Byte by byte this takes minutes, so that the signals come in its middle.
@@ -33,6 +35,18 @@ for signal in INT TERM; do
   end "$pid"
   expect_status 1 "a client whose server was stopped"
   expect_text client.err 'of 10000000 bytes were back'
+
+  # Ctrl-C in a terminal that runs both.
+  start_server busy "${server[@]}" --port 0
+  server_pid=$pid
+  start client "${client[@]}" --port "$port" --message-size 1 --connections 3 "$work/zeros"
+  await busy AcceptEx 4
+  kill -$signal "$pid" "$server_pid"
+  end "$pid"
+  expect_status 130 "a client and a server that get SIG$signal at once"
+  expect_text client.out 'connection 2: not finished'
+  end "$server_pid"
+  expect_status 0 "a server and a client that get SIG$signal at once"
 
   start_server silent "${wrong_server[@]}" silent 0
   server_pid=$pid
