@@ -40,28 +40,33 @@ Queue* AllocateQueue(int workers) {
   void* const block = std::calloc(1, kHeaderSize + count * sizeof(Worker));
   if (block == nullptr) return nullptr;
   auto* const records = reinterpret_cast<Worker*>(static_cast<char*>(block) + kHeaderSize);
-  for (std::size_t i = 0; i < count; ++i) new (records + i) Worker;
   return new (block) Queue{workers, records};
+}
+
+// A worker's record is built, and its memory touched, only when it is started.
+bool StartWorker(const Queue& queue, int index, int mode) {
+  auto* const worker = new (queue.workers + index) Worker;
+  if (worker->Start(mode, kSocketLimit / queue.workerCount + 1)) return true;
+  worker->~Worker();
+  return false;
 }
 
 void StopWorkers(Worker* first, Worker* last) {
   for (Worker* worker = first; worker != last; ++worker) worker->RequestStop();
-  for (Worker* worker = first; worker != last; ++worker) worker->Join();
-}
-
-void FreeQueue(Queue* queue) {
-  for (int i = 0; i < queue->workerCount; ++i) queue->workers[i].~Worker();
-  std::free(queue);
+  for (Worker* worker = first; worker != last; ++worker) {
+    worker->Join();
+    worker->~Worker();
+  }
 }
 
 // Kept: the last worker that could be started is left running. It stands in the queue's block,
 // which is therefore left to it.
 void AbandonQueue(Queue* queue, int started) {
   if (started == 0) {
-    FreeQueue(queue);
-    return;
+    std::free(queue);
+  } else {
+    StopWorkers(queue->workers, queue->workers + (started - 1));
   }
-  StopWorkers(queue->workers, queue->workers + (started - 1));
 }
 
 /** The worker of a socket, or null for arguments that name none. */
@@ -80,7 +85,7 @@ QIV_HANDLE QIV_AIO_CreateQueueEx(int workers, int mode) noexcept {
   Queue* const queue = AllocateQueue(workers);
   if (queue == nullptr) return InvalidQueue();
   for (int i = 0; i < workers; ++i) {
-    if (queue->workers[i].Start(mode, kSocketLimit / workers + 1)) continue;
+    if (StartWorker(*queue, i, mode)) continue;
     AbandonQueue(queue, i);
     return InvalidQueue();
   }
@@ -103,7 +108,7 @@ int QIV_AsyncIO_DestroyQueueEx(QIV_HANDLE handle) {
       queue->workers, end, [](const Worker& worker) { return worker.IsCurrentThread(); });
   if (isOwnWorker) return QIV_ERROR;
   StopWorkers(queue->workers, end);
-  FreeQueue(queue);
+  std::free(queue);
   return QIV_OK;
 }
 

@@ -45,10 +45,6 @@ TEST_F(CompletionQueueTest, WorkerCountBelow1GivesAQueueToWhichNothingBinds) {
   }
 }
 
-TEST_F(CompletionQueueTest, TooManyWorkersFailLikeAnAllocation) {
-  EXPECT_EQ(InvalidQueue(), QIV_AIO_CreateQueueEx(INT_MAX, 0));
-}
-
 TEST_F(CompletionQueueTest, DestroyRefusesNullAndMinus1) {
   EXPECT_EQ(-1, QIV_AsyncIO_DestroyQueueEx(nullptr));
   EXPECT_EQ(-1, QIV_AsyncIO_DestroyQueueEx(InvalidQueue()));
@@ -256,12 +252,11 @@ TEST_F(CompletionQueueTest, DestroyFromOneOfItsOwnCallbacksIsRefused) {
   EXPECT_EQ(-1, result);
 }
 
-// A queue destroyed with a socket still bound: the socket's number is a loss, so each such test has
-// a process of its own.
-class AbandonedSocketTest : public CompletionQueueTest {};
-
-TEST_F(AbandonedSocketTest, RequestsReachNoLaterQueueWithTheSameEpollNumber) {
-  const Socket socket = qiv::test::BoundUdpSocket();
+// A queue destroyed with a socket still bound: the descriptor's number can never be bound again, so
+// one is taken that no other test gets.
+TEST_F(CompletionQueueTest,
+       RequestsOfADestroyedQueuesSocketReachNoLaterQueueWithTheSameEpollNumber) {
+  const Socket socket = qiv::test::MoveTo(qiv::test::BoundUdpSocket(), 900);
   const QIV_ADDR_T address = qiv::test::AddressOf(socket);
   Completions completions;
   {

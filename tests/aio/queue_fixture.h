@@ -44,7 +44,8 @@ class Bound {
   Bound& operator=(const Bound&) = delete;
 
   void Unbind() {
-    if (m_socket != -1) EXPECT_EQ(0, QIV_AsyncIO_UnBindIOHandleEx(m_socket, m_queue));
+    if (m_socket == -1) return;
+    EXPECT_EQ(0, QIV_AsyncIO_UnBindIOHandleEx(m_socket, m_queue));
     m_socket = -1;
   }
 

@@ -31,7 +31,7 @@ class RequestsTest : public qiv::test::LeakCheckedTest, public ::testing::WithPa
 };
 
 INSTANTIATE_TEST_SUITE_P(Modes, RequestsTest, ::testing::Values(0, 1),
-                         [](const auto& info) { return "Mode" + std::to_string(info.param); });
+                         [](const auto& mode) { return "Mode" + std::to_string(mode.param); });
 
 TEST_P(RequestsTest, SendOf40000BytesIsReportedInThreePieces) {
   const Queue queue(1, Mode());

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "core/error.h"
 #include "support/leak_check.h"
@@ -76,10 +77,10 @@ TEST_F(ErrorTest, WithoutAStoreTheSlotIsNullAndCannotBeSet) {
 
 // Every key of the process is taken, so that no other can be made.
 TEST_F(ErrorTest, StartWithoutAFreeKeyFailsUnlessAStoreStands) {
-  pthread_key_t keys[PTHREAD_KEYS_MAX];
+  std::vector<pthread_key_t> keys;
   ASSERT_EQ(0, QIV_InitError_Inter());
-  int taken = 0;
-  while (pthread_key_create(&keys[taken], nullptr) == 0) ++taken;
+  pthread_key_t key;
+  while (pthread_key_create(&key, nullptr) == 0) keys.push_back(key);
   EXPECT_EQ(0, QIV_InitError_Inter()) << "kept: the store of the earlier start counts";
   EXPECT_EQ(0, QIV_FiniError_Inter());
   pthread_key_t freed;
@@ -87,7 +88,7 @@ TEST_F(ErrorTest, StartWithoutAFreeKeyFailsUnlessAStoreStands) {
   EXPECT_EQ(-1, QIV_InitError_Inter());
   EXPECT_EQ(-1, QIV_SetLastError(5));
   pthread_key_delete(freed);
-  while (taken > 0) pthread_key_delete(keys[--taken]);
+  for (const pthread_key_t taken : keys) pthread_key_delete(taken);
 }
 
 TEST_F(ErrorTest, SystemErrorIsErrno) {

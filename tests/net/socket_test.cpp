@@ -1,0 +1,450 @@
+#include <qiv/socket.h>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <qiv/poll.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "net/socket.h"
+#include "support/captured_output.h"
+#include "support/interrupting_signals.h"
+#include "support/latch.h"
+#include "support/leak_check.h"
+#include "support/loopback.h"
+#include "support/no_descriptor_limit.h"
+#include "support/run_in_thread.h"
+#include "support/stopwatch.h"
+
+namespace {
+
+using qiv::test::BoundSocket;
+using qiv::test::CapturedOutput;
+using qiv::test::ConnectedPair;
+using qiv::test::ListeningSocket;
+using qiv::test::LocalAddress;
+using qiv::test::Loopback;
+using qiv::test::RunInThread;
+using qiv::test::Socket;
+using qiv::test::Stopwatch;
+
+constexpr unsigned int kLongMs = 15000;
+
+int IntOption(int socket, int level, int option) {
+  int value = -1;
+  socklen_t length = sizeof(value);
+  return getsockopt(socket, level, option, &value, &length) == 0 ? value : -1;
+}
+
+bool IsNonBlocking(const Socket& socket) {
+  return (fcntl(socket.Get(), F_GETFL) & O_NONBLOCK) != 0;
+}
+
+class SocketTest : public qiv::test::LeakCheckedTest {};
+
+// Start and stop.
+
+TEST_F(SocketTest, NetworkStartIgnoresSigpipeAndStopLeavesItSo) {
+  struct sigaction saved = {};
+  struct sigaction byDefault = {};
+  byDefault.sa_handler = SIG_DFL;
+  byDefault.sa_flags = SA_RESTART;
+  ASSERT_EQ(0, sigaction(SIGPIPE, &byDefault, &saved));
+  struct sigaction now = {};
+  EXPECT_EQ(0, QIV_InitNetwork_Inter());
+  ASSERT_EQ(0, sigaction(SIGPIPE, nullptr, &now));
+  EXPECT_EQ(SIG_IGN, now.sa_handler);
+  EXPECT_EQ(0, now.sa_flags & SA_RESTART);
+  EXPECT_EQ(0, QIV_FiniNetwork_Inter());
+  ASSERT_EQ(0, sigaction(SIGPIPE, &saved, &now));
+  EXPECT_EQ(SIG_IGN, now.sa_handler);
+}
+
+// Creation and end.
+
+TEST_F(SocketTest, CreateGivesASocketOfTheFamilyAndType) {
+  for (const int family : {AF_INET, AF_INET6}) {
+    for (const int type : {SOCK_STREAM, SOCK_DGRAM}) {
+      const Socket created(QIV_CreateSocket(family, type, 0));
+      ASSERT_NE(-1, created.Get());
+      EXPECT_EQ(family, IntOption(created.Get(), SOL_SOCKET, SO_DOMAIN));
+      EXPECT_EQ(type, IntOption(created.Get(), SOL_SOCKET, SO_TYPE));
+    }
+  }
+}
+
+TEST_F(SocketTest, CreatePassesTheProtocol) {
+  const Socket created(QIV_CreateSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+  EXPECT_EQ(IPPROTO_UDP, IntOption(created.Get(), SOL_SOCKET, SO_PROTOCOL));
+  errno = 0;
+  EXPECT_EQ(-1, QIV_CreateSocket(AF_INET, SOCK_DGRAM, IPPROTO_TCP));
+  EXPECT_EQ(EPROTONOSUPPORT, errno);
+}
+
+TEST_F(SocketTest, CreateWithAnotherFamilyIsRefusedByTheSystem) {
+  for (const int family : {-1, 0, AF_UNIX, 7, AF_NETLINK, 100, 103}) {
+    errno = 0;
+    EXPECT_EQ(-1, QIV_CreateSocket(family, SOCK_STREAM, 0)) << family;
+    EXPECT_EQ(EAFNOSUPPORT, errno) << family;
+  }
+}
+
+TEST_F(SocketTest, CreateWithThePreferredFamilyFollowsIt) {
+  const int saved = g_Af;
+  for (const int family : {AF_INET, AF_INET6}) {
+    g_Af = family;
+    const Socket created(QIV_CreateSocket(QIV_AF_PREFERRED, SOCK_STREAM, 0));
+    EXPECT_EQ(family, IntOption(created.Get(), SOL_SOCKET, SO_DOMAIN));
+  }
+  g_Af = 0;
+  EXPECT_EQ(-1, QIV_CreateSocket(QIV_AF_PREFERRED, SOCK_STREAM, 0));
+  g_Af = saved;
+}
+
+TEST_F(SocketTest, CreateDualGivesAnIpv6SocketThatAcceptsIpv4) {
+  const bool isOffByDefault =
+      IntOption(Socket(AF_INET6, SOCK_STREAM).Get(), IPPROTO_IPV6, IPV6_V6ONLY) != 0;
+  CapturedOutput output(STDOUT_FILENO);
+  const Socket created(QIV_CreateSocket(QIV_AF_INET6_DUAL, SOCK_STREAM, 0));
+  EXPECT_EQ(isOffByDefault ? "set IPV6_V6ONLY ret[0]\n" : "", output.Stop());
+  EXPECT_EQ(AF_INET6, IntOption(created.Get(), SOL_SOCKET, SO_DOMAIN));
+  EXPECT_EQ(0, IntOption(created.Get(), IPPROTO_IPV6, IPV6_V6ONLY));
+
+  QIV_ADDR_T any;
+  ASSERT_EQ(0, QIV_MakeAddrByString(QIV_AF_INET6_DUAL, "::", 0, &any));
+  ASSERT_EQ(0, QIV_Bind(created.Get(), &any));
+  ASSERT_EQ(0, QIV_Listen(created.Get(), 1));
+  const QIV_ADDR_T bound = LocalAddress(created);
+  const QIV_ADDR_T target = Loopback(AF_INET, QIV_GetAddrPort(&bound));
+  const Socket client(AF_INET, SOCK_STREAM);
+  ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
+  QIV_ADDR_T peer;
+  const Socket accepted(QIV_Accept(created.Get(), &peer, kLongMs));
+  ASSERT_NE(-1, accepted.Get());
+  EXPECT_STREQ("127.0.0.1", QIV_GetAddrString(&peer));
+}
+
+TEST_F(SocketTest, CreateDualFailsSilentlyWhenTheSystemRefuses) {
+  CapturedOutput output(STDOUT_FILENO);
+  {
+    const qiv::test::NoDescriptorLimit noDescriptors;
+    errno = 0;
+    EXPECT_EQ(-1, QIV_CreateSocket(QIV_AF_INET6_DUAL, SOCK_STREAM, 0));
+    EXPECT_EQ(EMFILE, errno);
+  }
+  EXPECT_EQ("", output.Stop());
+}
+
+TEST_F(SocketTest, Ipv6OnlySocketIsSwitchedAndTheResultPrinted) {
+  const Socket ipv6(AF_INET6, SOCK_STREAM);
+  const int on = 1;
+  ASSERT_EQ(0, setsockopt(ipv6.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof(on)));
+  CapturedOutput output(STDOUT_FILENO);
+  qiv::net::AcceptIpv4Too(ipv6.Get());
+  EXPECT_EQ("set IPV6_V6ONLY ret[0]\n", output.Stop());
+  EXPECT_EQ(0, IntOption(ipv6.Get(), IPPROTO_IPV6, IPV6_V6ONLY));
+}
+
+TEST_F(SocketTest, Ipv6OnlySocketThatCannotBeSwitchedPrintsTheFailure) {
+  const Socket bound(AF_INET6, SOCK_STREAM);
+  const int on = 1;
+  ASSERT_EQ(0, setsockopt(bound.Get(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof(on)));
+  const QIV_ADDR_T address = Loopback(AF_INET6);
+  ASSERT_EQ(0, QIV_Bind(bound.Get(), &address));
+  CapturedOutput output(STDOUT_FILENO);
+  qiv::net::AcceptIpv4Too(bound.Get());
+  EXPECT_EQ("set IPV6_V6ONLY ret[-1]\n", output.Stop());
+}
+
+TEST_F(SocketTest, CloseGivesTheSystemsResult) {
+  EXPECT_EQ(0, QIV_CloseSocket(Socket(AF_INET, SOCK_STREAM).Release(), 0));
+  EXPECT_EQ(0, QIV_CloseSocket(Socket(AF_INET, SOCK_STREAM).Release(), 1));
+  errno = 0;
+  EXPECT_EQ(-1, QIV_CloseSocket(-1, 0));
+  EXPECT_EQ(EBADF, errno);
+  EXPECT_EQ(-1, QIV_CloseSocket(-1, 1));
+}
+
+TEST_F(SocketTest, CloseWithShutdownEndsTheConnectionForOtherHolders) {
+  char byte = 0;
+  for (const int shutdownFirst : {0, 1, -1}) {
+    ConnectedPair pair;
+    const Socket other(dup(pair.near.Get()));
+    ASSERT_EQ(0, QIV_CloseSocket(pair.near.Release(), shutdownFirst));
+    const ssize_t received = recv(pair.far.Get(), &byte, 1, MSG_DONTWAIT);
+    EXPECT_EQ(shutdownFirst != 0 ? 0 : -1, received) << shutdownFirst;
+  }
+}
+
+TEST_F(SocketTest, ShutDownEndsTheDirectionThatIsAsked) {
+  ConnectedPair pair;
+  char byte = 0;
+  ASSERT_EQ(0, QIV_ShutDown(pair.near.Get(), SHUT_WR));
+  EXPECT_EQ(0, recv(pair.far.Get(), &byte, 1, 0));
+  EXPECT_EQ(1, send(pair.far.Get(), "x", 1, 0));
+  EXPECT_EQ(1, recv(pair.near.Get(), &byte, 1, 0));
+  errno = 0;
+  EXPECT_EQ(-1, QIV_ShutDown(pair.near.Get(), 99));
+  EXPECT_EQ(EINVAL, errno);
+}
+
+TEST_F(SocketTest, BindTakesTheLengthOfTheFamily) {
+  for (const int family : {AF_INET, AF_INET6}) {
+    const Socket unbound(family, SOCK_STREAM);
+    const QIV_ADDR_T address = Loopback(family);
+    ASSERT_EQ(0, QIV_Bind(unbound.Get(), &address)) << family;
+    const QIV_ADDR_T bound = LocalAddress(unbound);
+    EXPECT_NE(0, QIV_GetAddrPort(&bound)) << family;
+  }
+}
+
+TEST_F(SocketTest, BindRefusesNullBeforeTheSystem) {
+  errno = 0;
+  EXPECT_EQ(-1, QIV_Bind(-1, nullptr));
+  EXPECT_EQ(0, errno);
+}
+
+TEST_F(SocketTest, BindGivesTheSystemsError) {
+  const Socket first = ListeningSocket();
+  const Socket second(AF_INET, SOCK_STREAM);
+  const QIV_ADDR_T taken = LocalAddress(first);
+  errno = 0;
+  EXPECT_EQ(-1, QIV_Bind(second.Get(), &taken));
+  EXPECT_EQ(EADDRINUSE, errno);
+}
+
+TEST_F(SocketTest, ListenGivesTheSystemsResult) {
+  const Socket stream = BoundSocket(AF_INET, SOCK_STREAM);
+  EXPECT_EQ(0, QIV_Listen(stream.Get(), 1));
+  const Socket datagram = BoundSocket(AF_INET, SOCK_DGRAM);
+  errno = 0;
+  EXPECT_EQ(-1, QIV_Listen(datagram.Get(), 1));
+  EXPECT_EQ(EOPNOTSUPP, errno);
+}
+
+TEST_F(SocketTest, SetNonBlockTakesEveryNonZeroValueAsOn) {
+  const Socket created(AF_INET, SOCK_STREAM);
+  for (const int value : {1, 0, -1, 0, 77}) {
+    EXPECT_EQ(0, QIV_SetNonBlock(created.Get(), value));
+    EXPECT_EQ(value != 0, IsNonBlocking(created)) << value;
+  }
+}
+
+TEST_F(SocketTest, SetNonBlockKeepsTheOtherFlags) {
+  const Socket created(AF_INET, SOCK_STREAM);
+  ASSERT_EQ(0, fcntl(created.Get(), F_SETFL, O_APPEND));
+  ASSERT_EQ(0, QIV_SetNonBlock(created.Get(), 1));
+  EXPECT_NE(0, fcntl(created.Get(), F_GETFL) & O_APPEND);
+  ASSERT_EQ(0, QIV_SetNonBlock(created.Get(), 0));
+  EXPECT_NE(0, fcntl(created.Get(), F_GETFL) & O_APPEND);
+}
+
+TEST_F(SocketTest, SetNonBlockOfABadDescriptorFails) {
+  errno = 0;
+  EXPECT_EQ(-1, QIV_SetNonBlock(-1, 1));
+  EXPECT_EQ(EBADF, errno);
+}
+
+// Accepting.
+
+TEST_F(SocketTest, AcceptWithNothingPendingEndsWithItsTimeOut) {
+  const Socket listener = ListeningSocket();
+  EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, 0));
+  const Stopwatch time;
+  EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, 100));
+  EXPECT_GE(time.Milliseconds(), 95);
+}
+
+TEST_F(SocketTest, AcceptTakesAPendingConnectionAndThePeer) {
+  for (const int family : {AF_INET, AF_INET6}) {
+    const Socket listener = ListeningSocket(family);
+    const QIV_ADDR_T target = LocalAddress(listener);
+    const Socket client(family, SOCK_STREAM);
+    ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
+    QIV_ADDR_T peer = {};
+    const Socket accepted(QIV_Accept(listener.Get(), &peer, kLongMs));
+    ASSERT_NE(-1, accepted.Get());
+    const QIV_ADDR_T local = LocalAddress(client);
+    EXPECT_EQ(family, QIV_GetAddrType(&peer));
+    EXPECT_EQ(QIV_GetAddrPort(&local), QIV_GetAddrPort(&peer));
+  }
+}
+
+TEST_F(SocketTest, AcceptWithoutALimitWaitsForAConnection) {
+  const Socket listener = ListeningSocket();
+  const QIV_ADDR_T target = LocalAddress(listener);
+  auto accepted = RunInThread([&] { return QIV_Accept(listener.Get(), nullptr, QIV_INFINITE); });
+  const Socket client(AF_INET, SOCK_STREAM);
+  ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, QIV_INFINITE));
+  const Socket connection(accepted.Get());
+  EXPECT_NE(-1, connection.Get());
+}
+
+TEST_F(SocketTest, AcceptOnASocketThatDoesNotListenFails) {
+  const Socket idle(AF_INET, SOCK_STREAM);
+  EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, kLongMs));  // ready, but not to read
+  errno = 0;
+  EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, QIV_INFINITE));
+  EXPECT_EQ(EINVAL, errno);
+}
+
+TEST_F(SocketTest, AcceptFailsWhenTheWaitFails) {
+  const Socket listener = ListeningSocket();
+  const qiv::test::NoDescriptorLimit noDescriptors;
+  errno = 0;
+  EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, kLongMs));
+  EXPECT_EQ(EINVAL, errno);
+}
+
+// Connecting.
+
+TEST_F(SocketTest, ConnectRefusesNullBeforeTheSystem) {
+  errno = 0;
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(-1, nullptr, 100));
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(-1, nullptr, QIV_INFINITE));
+  EXPECT_EQ(0, errno);
+}
+
+TEST_F(SocketTest, ConnectWithALimitLeavesTheSocketBlocking) {
+  for (const int family : {AF_INET, AF_INET6}) {
+    const Socket listener = ListeningSocket(family);
+    const QIV_ADDR_T target = LocalAddress(listener);
+    const Socket client(family, SOCK_STREAM);
+    EXPECT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs)) << family;
+    EXPECT_FALSE(IsNonBlocking(client)) << family;
+  }
+}
+
+TEST_F(SocketTest, ConnectWithoutALimitDoesNotTouchTheBlockingMode) {
+  const Socket listener = ListeningSocket();
+  const QIV_ADDR_T target = LocalAddress(listener);
+  const Socket blocking(AF_INET, SOCK_STREAM);
+  EXPECT_EQ(0, QIV_ConnectWithTimeOut(blocking.Get(), &target, QIV_INFINITE));
+  EXPECT_FALSE(IsNonBlocking(blocking));
+  const Socket nonBlocking(AF_INET, SOCK_STREAM | SOCK_NONBLOCK);
+  errno = 0;
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(nonBlocking.Get(), &target, QIV_INFINITE));
+  EXPECT_EQ(EINPROGRESS, errno);
+  EXPECT_TRUE(IsNonBlocking(nonBlocking));
+}
+
+TEST_F(SocketTest, ConnectWithoutALimitIsKeptToRefuseIpv6) {
+  const Socket listener = ListeningSocket(AF_INET6);
+  const QIV_ADDR_T target = LocalAddress(listener);
+  const Socket client(AF_INET6, SOCK_STREAM);
+  errno = 0;
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &target, QIV_INFINITE));
+  EXPECT_EQ(EINVAL, errno);
+}
+
+TEST_F(SocketTest, ConnectToAPortWithoutAListenerIsRefusedAndTheSocketBlocksAgain) {
+  const Socket taken = BoundSocket(AF_INET, SOCK_STREAM);  // bound, so nobody else listens there
+  const QIV_ADDR_T target = LocalAddress(taken);
+  const Socket client(AF_INET, SOCK_STREAM);
+  errno = 0;
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
+  EXPECT_EQ(ECONNREFUSED, errno);
+  EXPECT_FALSE(IsNonBlocking(client));
+}
+
+TEST_F(SocketTest, ConnectThatSucceedsAtOnceIsKeptToLeaveTheSocketNonBlocking) {
+  const Socket far = BoundSocket(AF_INET, SOCK_DGRAM);
+  const QIV_ADDR_T target = LocalAddress(far);
+  const Socket near(AF_INET, SOCK_DGRAM);
+  EXPECT_EQ(0, QIV_ConnectWithTimeOut(near.Get(), &target, 0));
+  EXPECT_TRUE(IsNonBlocking(near));
+}
+
+TEST_F(SocketTest, ConnectThatFailsAtOnceIsKeptToLeaveTheSocketNonBlocking) {
+  const ConnectedPair pair;
+  const QIV_ADDR_T target = LocalAddress(pair.far);
+  errno = 0;
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(pair.near.Get(), &target, 100));
+  EXPECT_EQ(EISCONN, errno);
+  EXPECT_TRUE(IsNonBlocking(pair.near));
+}
+
+TEST_F(SocketTest, ConnectOfABadDescriptorFailsWithTheSystemsError) {
+  const QIV_ADDR_T target = Loopback(AF_INET, 1);
+  errno = 0;
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(-1, &target, 100));
+  EXPECT_EQ(EBADF, errno);
+}
+
+/** A listener whose queue is full: the system lets further connections wait. */
+class FullListenerTest : public SocketTest {
+ protected:
+  void SetUp() override {
+    SocketTest::SetUp();
+    m_listener = ListeningSocket(AF_INET, 0);
+    m_target = LocalAddress(m_listener);
+    for (int i = 0; i < 8; ++i) {
+      Socket filler(AF_INET, SOCK_STREAM | SOCK_NONBLOCK);
+      connect(filler.Get(), &m_target.any, sizeof(sockaddr_in));
+      pollfd record = {filler.Get(), POLLOUT, 0};
+      if (poll(&record, 1, 50) == 0) return;
+      m_fillers.push_back(std::move(filler));
+    }
+    FAIL() << "the queue does not fill";
+  }
+  void TearDown() override {
+    m_fillers.clear();
+    m_listener.Close();
+    SocketTest::TearDown();
+  }
+
+  Socket m_listener;
+  QIV_ADDR_T m_target = {};
+  std::vector<Socket> m_fillers;
+};
+
+TEST_F(FullListenerTest, ConnectThatTimesOutReportsItAndTheSocketBlocksAgain) {
+  for (const unsigned int ms : {0U, 100U}) {
+    const Socket client(AF_INET, SOCK_STREAM);
+    const Stopwatch time;
+    errno = 0;
+    EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &m_target, ms));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    EXPECT_GE(time.Milliseconds(), ms * 95 / 100);
+    EXPECT_FALSE(IsNonBlocking(client));
+  }
+}
+
+TEST_F(FullListenerTest, ConnectThatSignalsInterruptUntilTheEndReportsTheTimeOut) {
+  const qiv::test::InterruptingSignals signals(std::chrono::milliseconds(1));
+  for (int round = 0; round < 20; ++round) {
+    const Socket client(AF_INET, SOCK_STREAM);
+    errno = 0;
+    ASSERT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &m_target, 5));
+    ASSERT_EQ(ETIMEDOUT, errno);
+  }
+}
+
+TEST_F(FullListenerTest, ConnectWhoseWaitFailsReportsWhyAndTheSocketBlocksAgain) {
+  const Socket client(AF_INET, SOCK_STREAM);
+  const qiv::test::NoDescriptorLimit noDescriptors;
+  errno = 0;
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &m_target, kLongMs));
+  EXPECT_EQ(EINVAL, errno);
+  EXPECT_FALSE(IsNonBlocking(client));
+}
+
+TEST_F(FullListenerTest, ConnectStandsWhenTheQueueDrainsInTime) {
+  const Socket client(AF_INET, SOCK_STREAM);
+  qiv::test::Latch connecting;
+  auto result = RunInThread([&] {
+    connecting.Open();
+    return QIV_ConnectWithTimeOut(client.Get(), &m_target, kLongMs);
+  });
+  ASSERT_TRUE(connecting.Wait());
+  std::vector<Socket> accepted;
+  while (!result.IsReady()) accepted.emplace_back(QIV_Accept(m_listener.Get(), nullptr, 20));
+  EXPECT_EQ(0, result.Get());
+  EXPECT_FALSE(IsNonBlocking(client));
+}
+
+}  // namespace
