@@ -5,7 +5,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -96,12 +98,12 @@ void Server::OnAcceptFailed() {
   if (!IsShortage(m_acceptError)) {
     return;
   }
-  const std::system_error failure(static_cast<int>(m_acceptError), std::generic_category(),
-                                  "cannot accept a client");
+  const char* reason = std::strerror(static_cast<int>(m_acceptError));
   if (m_sessions.empty()) {
-    throw failure;
+    throw std::runtime_error(std::string("cannot accept a client: ") + reason);
   }
-  std::fprintf(stderr, "echo_server: %s; waiting for a client to leave\n", failure.what());
+  std::fprintf(stderr, "echo_server: cannot accept a client: %s; waiting for a client to leave\n",
+               reason);
   m_waitForRoom = true;
 }
 
