@@ -6,6 +6,10 @@
 
 #define QIV_LOAD_ORDER(number) __attribute__((init_priority(number)))
 
+// Constant-initialised; it has a number only to be the last to clean up at unload, since
+// destructors of the objects below may still join threads.
+#define QIV_LOAD_THREAD_IDS 1001
+
 #define QIV_LOAD_TIMER_TABLE_MUTEX 1010
 #define QIV_LOAD_SOCKET_UUID_MUTEX 1020
 #define QIV_LOAD_SOCKET_SEND_MUTEXES 1021

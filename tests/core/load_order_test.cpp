@@ -1,0 +1,120 @@
+// The order in which the load-time objects come and go, seen by probes of this program that stand
+// between them: the library's objects are part of the program here, so the numbers interleave.
+#include "base/load_order.h"
+
+#include <gtest/gtest.h>
+#include <qiv/thread.h>
+#include <qiv/trace_info.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+
+#include "log/trace_info.h"
+#include "sync/condition.h"
+
+namespace {
+
+/** What can be told about the library's objects at one moment. */
+struct Sight {
+  bool conditionMapBuilt;
+  bool conditionLockRecursive;
+  bool singletonBuilt;
+  unsigned int traceKey;
+  unsigned int threadId;
+};
+
+template <class Object>
+bool HasContent(const Object& object) {
+  const auto* bytes = reinterpret_cast<const volatile unsigned char*>(&object);
+  return std::any_of(bytes, bytes + sizeof(object), [](unsigned char byte) { return byte != 0; });
+}
+
+// A mutex that is not built yet is all zero: a normal one, which cannot be taken twice.
+bool IsRecursive(QIV_Mutex& mutex) QIV_NO_THREAD_SAFETY_ANALYSIS {
+  if (mutex.TryLock() != 0) return false;
+  const bool recursive = mutex.TryLock() == 0;
+  if (recursive) mutex.Unlock();
+  mutex.Unlock();
+  return recursive;
+}
+
+Sight Look() QIV_NO_THREAD_SAFETY_ANALYSIS {
+  return {HasContent(qiv::sync::g_mapCondAttr), IsRecursive(qiv::sync::g_lockCondAttr),
+          HasContent(*qiv::qiv_tlsTraceInfoOper::instance()), qiv::g_qiv_store_tls_handle.load(),
+          QIV_Thread_GetSelfId()};
+}
+
+bool g_reportEnd = false;
+
+/** Looks when it is built, and says on standard error what it sees when it is destroyed. */
+class Probe {
+ public:
+  explicit Probe(const char* name) : m_name(name), m_atBuild(Look()) {}
+  ~Probe() {
+    if (!g_reportEnd) return;
+    const unsigned int key = qiv::g_qiv_store_tls_handle.load();
+    // Calls after its destruction must fail rather than crash: threads may still run then.
+    const int erase = qiv::qiv_tlsTraceInfoOper::instance()->eraseTraceInfo();
+    std::fprintf(stderr, "%s: key %s, singleton %s, id %s\n", m_name,
+                 key == QIV_INVALID_ID ? "gone" : "there", erase == 0 ? "there" : "gone",
+                 QIV_Thread_GetSelfId() == m_atBuild.threadId ? "kept" : "lost");
+  }
+  Probe(const Probe&) = delete;
+  Probe& operator=(const Probe&) = delete;
+
+  const Sight& AtBuild() const { return m_atBuild; }
+
+ private:
+  const char* m_name;
+  Sight m_atBuild;
+};
+
+QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_MAP - 1) Probe g_beforeConditions("before conditions");
+QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_LOCK + 1) Probe g_afterConditions("after conditions");
+QIV_LOAD_ORDER(QIV_LOAD_TRACE_SINGLETON - 1) Probe g_beforeSingleton("before singleton");
+QIV_LOAD_ORDER(QIV_LOAD_TRACE_SINGLETON + 1) Probe g_betweenSingletonAndKey("between");
+QIV_LOAD_ORDER(QIV_LOAD_TRACE_KEY + 1) Probe g_afterKey("after key");
+
+TEST(LoadOrderTest, ConditionMapAndLockAreBuiltTogether) {
+  EXPECT_FALSE(g_beforeConditions.AtBuild().conditionMapBuilt);
+  EXPECT_FALSE(g_beforeConditions.AtBuild().conditionLockRecursive);
+  EXPECT_TRUE(g_afterConditions.AtBuild().conditionMapBuilt);
+  EXPECT_TRUE(g_afterConditions.AtBuild().conditionLockRecursive);
+}
+
+TEST(LoadOrderTest, TraceSingletonIsBuiltAfterTheConditions) {
+  EXPECT_FALSE(g_afterConditions.AtBuild().singletonBuilt);
+  EXPECT_FALSE(g_beforeSingleton.AtBuild().singletonBuilt);
+  EXPECT_TRUE(g_betweenSingletonAndKey.AtBuild().singletonBuilt);
+}
+
+TEST(LoadOrderTest, TraceKeyIsBuiltAfterItsSingleton) {
+  EXPECT_EQ(QIV_INVALID_ID, g_beforeSingleton.AtBuild().traceKey);
+  EXPECT_EQ(QIV_INVALID_ID, g_betweenSingletonAndKey.AtBuild().traceKey);
+  EXPECT_NE(QIV_INVALID_ID, g_afterKey.AtBuild().traceKey);
+}
+
+TEST(LoadOrderTest, ThreadIdsNeedNoConstruction) {
+  const unsigned int id = g_beforeConditions.AtBuild().threadId;
+  EXPECT_NE(QIV_INVALID_ID, id);
+  EXPECT_EQ(id, g_afterKey.AtBuild().threadId);
+  EXPECT_EQ(id, QIV_Thread_GetSelfId());
+}
+
+TEST(LoadOrderDeathTest, ObjectsGoInReverseOrderAndTheKeyGoesFirst) {
+  EXPECT_EXIT(
+      {
+        g_reportEnd = true;
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0),
+      "after key: key there, singleton there, id kept\n"
+      "between: key gone, singleton there, id kept\n"
+      "before singleton: key gone, singleton gone, id kept\n"
+      "after conditions: key gone, singleton gone, id kept\n"
+      "before conditions: key gone, singleton gone, id kept\n");
+}
+
+}  // namespace

@@ -1,0 +1,41 @@
+#include "support/failing_allocation.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+// Allocations until the one that fails; 0 when none is to fail any more.
+thread_local int t_untilFailure = 0;
+
+void* Allocate(std::size_t size) noexcept {
+  if (t_untilFailure > 0 && --t_untilFailure == 0) return nullptr;
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+void* AllocateOrThrow(std::size_t size) {
+  void* const memory = Allocate(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) { return AllocateOrThrow(size); }
+void* operator new[](std::size_t size) { return AllocateOrThrow(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+
+namespace qiv::test {
+
+FailingAllocation::FailingAllocation(int nth) noexcept { t_untilFailure = nth; }
+FailingAllocation::~FailingAllocation() { t_untilFailure = 0; }
+bool FailingAllocation::Happened() const noexcept { return t_untilFailure == 0; }
+
+}  // namespace qiv::test

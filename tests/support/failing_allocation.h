@@ -1,0 +1,22 @@
+// Makes operator new of the calling thread fail, to walk through the failure paths of a function.
+#ifndef QIV_TESTS_SUPPORT_FAILING_ALLOCATION_H
+#define QIV_TESTS_SUPPORT_FAILING_ALLOCATION_H
+
+namespace qiv::test {
+
+/** While one of these lives, the n-th allocation of its thread by operator new fails, once. */
+class FailingAllocation {
+ public:
+  /** @param nth  1 is the next allocation */
+  explicit FailingAllocation(int nth) noexcept;
+  ~FailingAllocation();
+  FailingAllocation(const FailingAllocation&) = delete;
+  FailingAllocation& operator=(const FailingAllocation&) = delete;
+
+  /** False when the thread has made fewer than `nth` allocations so far. */
+  [[nodiscard]] bool Happened() const noexcept;
+};
+
+}  // namespace qiv::test
+
+#endif
