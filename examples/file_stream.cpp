@@ -11,8 +11,8 @@
 namespace echo {
 namespace {
 
-constexpr std::size_t kLeastWindow = 256 * 1024;
-constexpr std::size_t kReceiveSize = 64 * 1024;
+constexpr std::size_t kLeastWindow = std::size_t{256} * 1024;
+constexpr std::size_t kReceiveSize = std::size_t{64} * 1024;
 
 // A whole number of messages, so that none of them wraps round the end of the ring.
 std::size_t RingSize(std::uint64_t length, std::size_t messageSize) {

@@ -78,7 +78,7 @@ void SecondReportsAreIgnored(unsigned int secondError) {
   Reset();
   Owner owner;
   echo::StreamSender sender(owner);
-  const std::string data = Data(5 * 16384);
+  const std::string data = Data(std::size_t{5} * 16384);
   sender.Send(3, data.data(), data.size());
   for (int piece = 0; piece < 5; ++piece) {
     const Request front = g_requests.front();
