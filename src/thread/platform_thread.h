@@ -6,6 +6,8 @@
 #include <qiv/types.h>
 #include <time.h>
 
+#include "base/no_cancellation.h"
+
 namespace qiv::thread {
 
 using ThreadRoutine = void* (*)(void*);
@@ -21,6 +23,7 @@ inline int ChangePriority(pthread_t thread, int priority) noexcept {
 
 /** False for a detached thread, and when the platform does not tell. */
 inline bool IsJoinable(pthread_t thread) noexcept {
+  const base::NoCancellation noCancellation;  // a platform may have to read files for this
   pthread_attr_t attributes;
   if (pthread_getattr_np(thread, &attributes) != 0) return false;
   int state = PTHREAD_CREATE_DETACHED;

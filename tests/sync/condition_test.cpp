@@ -139,6 +139,28 @@ TEST_F(ConditionTest, CreateFailsAtEachAllocationWithoutATrace) {
   EXPECT_EQ(0, QIV_CondDestroy(&m_condition));
 }
 
+TEST_F(ConditionTest, CreateAndDestroyAreNoCancellationPoints) {
+  struct Results {
+    int create = -2;
+    int destroy = -2;
+  } results;
+  pthread_t thread;
+  ASSERT_EQ(0, pthread_create(
+                   &thread, nullptr,
+                   [](void* argument) -> void* {
+                     auto* both = static_cast<Results*>(argument);
+                     pthread_cond_t condition;
+                     pthread_cancel(pthread_self());
+                     both->create = QIV_CondCreate(&condition);
+                     both->destroy = QIV_CondDestroy(&condition);
+                     return nullptr;
+                   },
+                   &results));
+  ASSERT_EQ(0, pthread_join(thread, nullptr));
+  EXPECT_EQ(0, results.create);
+  EXPECT_EQ(0, results.destroy);
+}
+
 TEST_F(ConditionTest, TimedWaitLastsAsLongAsSaid) {
   struct Row {
     unsigned int ms;
