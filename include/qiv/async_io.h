@@ -3,15 +3,16 @@
  * Asynchronous sockets: completion queues whose workers call back when a request is done.
  *
  * A queue is a set of worker threads, each with an epoll set of its own. A socket is bound to one
- * worker of a queue; requests to send, receive, connect and accept return at once, and their outcome
- * arrives in the request's callback on that worker. Per socket, the sending side (sends, connects)
- * and the receiving side (receives, accepts) each complete in the order of their requests.
+ * worker of a queue; requests to send, receive, connect and accept return at once, and their
+ * outcome arrives in the request's callback on that worker. Per socket, the sending side (sends,
+ * connects) and the receiving side (receives, accepts) each complete in the order of their
+ * requests.
  *
  * A callback may queue further requests and unbind its own socket. In mode 1 it runs while its
  * worker's lock is held, so that QIV_AsyncIO_UnBindIOHandleEx() on another thread waits for it to
  * return; it must then not unbind sockets of other workers, whose callbacks might do the same the
- * other way round. In every other mode no lock is held, any socket may be unbound, and an unbind does
- * not wait for a callback that has begun. A callback must not destroy its own queue.
+ * other way round. In every other mode no lock is held, any socket may be unbound, and an unbind
+ * does not wait for a callback that has begun. A callback must not destroy its own queue.
  *
  * Workers ask for the real-time policy SCHED_FIFO with priority 1; without the right to it they run
  * as ordinary threads.
@@ -41,8 +42,8 @@ typedef void (*QIV_ASYNC_CALLBACK)(unsigned int error, unsigned int bytes, void*
  * @param workers  number of worker threads; below 1 gives a queue to which nothing can be bound
  * @param mode     1 to run callbacks with the worker's lock held, any other value to run them
  *                 without
- * @return the queue, or all bits set (-1, not null) on failure. After a failure the last worker that
- *         could be started, if any, is left running and unused.
+ * @return the queue, or all bits set (-1, not null) on failure. After a failure the last worker
+ * that could be started, if any, is left running and unused.
  * @par Errors         errno as the failed system call left it
  * @par Thread safety  any threads
  * @par System         epoll_create(2), pthread_create(3)
@@ -146,8 +147,8 @@ QIV_API int QIV_AsyncIO_PostQueuedCompleteStatusEx(QIV_HANDLE queue, int socket,
                                                    QIV_ASYNC_CALLBACK callback) QIV_NOEXCEPT;
 
 /**
- * Queues a stream send. The data is copied, in pieces of at most 16384 bytes, and each piece reports
- * its own completion with its own byte count.
+ * Queues a stream send. The data is copied, in pieces of at most 16384 bytes, and each piece
+ * reports its own completion with its own byte count.
  *
  * A piece that takes several system calls is reported twice: with error 0, then once more with the
  * same byte count and an error value without meaning.

@@ -72,7 +72,7 @@ static long CountEntries(const char* path) {
   if (directory == NULL) Fail(path);
   while (readdir(directory) != NULL) ++entries;
   closedir(directory);
-  return entries;
+  return entries - 2; /* without "." and ".." */
 }
 
 static long HeapBytes(void) {
