@@ -20,7 +20,6 @@ target_compile_definitions(qiv_compile_options INTERFACE _GNU_SOURCE)
 target_compile_options(qiv_compile_options INTERFACE
   -Wall -Wextra -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
-  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<BOOL:${QIV_WARNINGS_AS_ERRORS}>:-Werror>)
 
 if(QIV_SANITIZE)
