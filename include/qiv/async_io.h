@@ -28,10 +28,11 @@ QIV_EXTERN_C_BEGIN
 /**
  * Reports the outcome of one request.
  *
- * @param error  0, or the errno value of the failure. With 0 bytes received it holds whatever errno
- *               held and says nothing.
- * @param bytes  bytes sent or received; the new descriptor for an accept (all bits set when it
- *               failed); 0 for a connect
+ * @param error  0, or the errno value of the failure. A receive of 0 bytes at the end of a stream,
+ *               or of an empty datagram, carries whatever errno held: that does not tell it from a
+ *               failure.
+ * @param bytes  bytes sent or received, 0 for a failed receive; the new descriptor for an accept
+ *               (all bits set when it failed); 0 for a connect
  * @param user   the caller's value from the request
  */
 typedef void (*QIV_ASYNC_CALLBACK)(unsigned int error, unsigned int bytes, void* user);
@@ -44,7 +45,7 @@ typedef void (*QIV_ASYNC_CALLBACK)(unsigned int error, unsigned int bytes, void*
  *                 without
  * @return the queue, or all bits set (-1, not null) on failure. After a failure the last worker
  * that could be started, if any, is left running and unused.
- * @par Errors         errno as the failed system call left it
+ * @par Errors         errno as epoll_create(2) left it when that has failed
  * @par Thread safety  any threads
  * @par System         epoll_create(2), pthread_create(3)
  * @see QIV_AsyncIO_DestroyQueueEx
@@ -81,7 +82,8 @@ QIV_API QIV_HANDLE QIV_AsyncIO_CreateQueueEx2(void) QIV_NOEXCEPT;
  * @param queue  the queue; null and all bits set are refused
  * @return 0; -1 when `queue` is refused or the caller is one of its own workers
  * @par Errors         no errno
- * @par Thread safety  one thread, once; no other call on the queue at the same time or afterwards
+ * @par Thread safety  one thread, once; at the same time only the queue's own callbacks may use it,
+ *                     afterwards nobody
  * @par System         pthread_join(3), close(2)
  */
 QIV_API int QIV_AsyncIO_DestroyQueueEx(QIV_HANDLE queue);
@@ -93,7 +95,8 @@ QIV_API int QIV_AsyncIO_DestroyQueueEx(QIV_HANDLE queue);
  * @param socket  the descriptor, 0 to 65535
  * @param queue   the queue
  * @return 0; -1 when an argument is refused, the queue has no workers, the descriptor is already
- *         bound, or memory is short
+ *         bound, or memory is short. A descriptor that the system cannot watch is bound with 0, and
+ *         its requests never complete.
  * @par Errors         a line on standard error when the descriptor is already bound
  * @par Thread safety  any threads
  * @par System         fcntl(2), epoll_ctl(2)
@@ -122,7 +125,7 @@ QIV_API int QIV_AsyncIO_UnBindIOHandleEx(int socket, QIV_HANDLE queue) QIV_NOEXC
  * @par Thread safety  any threads
  * @par System         none
  */
-#ifdef __cplusplus
+#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ > 201710L)
 QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx(...) QIV_NOEXCEPT;
 #else
 QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx();
@@ -138,7 +141,7 @@ QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx();
  * @param user      handed to the callback
  * @param callback  the routine; null is refused
  * @return 0; -1 when `callback` is null, memory is short or no thread can be started
- * @par Errors         errno as the failed system call left it
+ * @par Errors         no errno
  * @par Thread safety  any threads; posted callbacks run in no particular order
  * @par System         pthread_create(3)
  */
@@ -151,7 +154,10 @@ QIV_API int QIV_AsyncIO_PostQueuedCompleteStatusEx(QIV_HANDLE queue, int socket,
  * reports its own completion with its own byte count.
  *
  * A piece that takes several system calls is reported twice: with error 0, then once more with the
- * same byte count and an error value without meaning.
+ * same byte count and an error value without meaning. A piece that fails, also with EAGAIN when the
+ * socket could not take it although it was ready, is reported with the bytes that have gone out and
+ * dropped, and the pieces behind it are still sent: after an error with too few bytes the stream
+ * has a gap.
  *
  * @param socket    a bound descriptor
  * @param data      bytes to send; may be reused on return
@@ -177,7 +183,8 @@ QIV_API int QIV_AsyncIO_SendEx(int socket, const void* data, int length, void* u
  * @param buffer    where the bytes go; must stay valid until the callback or the unbind
  * @param length    size of `buffer` in bytes
  * @param user      handed to the callback
- * @param callback  reports the outcome; 0 bytes mean that the peer closed. Null for no report.
+ * @param callback  reports the outcome; 0 bytes mean that the peer closed or the receive failed.
+ * Null for no report.
  * @return 0; -1 when the socket is not bound, too many requests are pending or memory is short; -4
  *         for a negative length
  * @par Errors         none on standard error
