@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <boost/circular_buffer.hpp>
 #include <cstddef>
-#include <new>
+#include <exception>
 
 #include "aio/io_data.h"
 
@@ -23,7 +23,7 @@ class RequestQueue {
   bool MakeRoom() noexcept {
     try {
       if (m_requests.full()) m_requests.set_capacity(std::max(kFirstCapacity, 2 * Size()));
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
       return false;
     }
     return true;

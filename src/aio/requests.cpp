@@ -64,7 +64,7 @@ int QIV_AsyncIO_PostQueuedCompleteStatusEx(QIV_HANDLE /*queue*/, int socket, uns
   if (QIV_ThreadDetached_Create(RunPostedCompletion, posted.get(), kPostStackBytes) != QIV_TRUE) {
     return QIV_ERROR;
   }
-  posted.release();  // the thread's now
+  static_cast<void>(posted.release());  // the thread's now
   return QIV_OK;
 }
 
