@@ -125,7 +125,7 @@ QIV_API int QIV_AsyncIO_UnBindIOHandleEx(int socket, QIV_HANDLE queue) QIV_NOEXC
  * @par Thread safety  any threads
  * @par System         none
  */
-#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ > 201710L)
+#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 202311L)
 QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx(...) QIV_NOEXCEPT;
 #else
 QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx();
