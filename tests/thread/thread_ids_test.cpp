@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <limits>
@@ -334,6 +335,22 @@ TEST_F(ThreadIdTableTest, FailedCreationLeavesNoEntry) {
   EXPECT_EQ(0u, m_table.Size());
 }
 
+// Stands in for pthread_join(), which the thread sanitizer does not let be cancelled.
+int WaitToBeCancelled(pthread_t, void**) {
+  for (;;) {
+    pthread_testcancel();
+    std::this_thread::yield();
+  }
+}
+
+TEST_F(ThreadIdTableTest, FailedJoinLeavesTheThreadJoinable) {
+  const unsigned int id = Start();
+  EXPECT_EQ(-1, m_table.Join(id, [](pthread_t, void**) { return EDEADLK; }));
+  EXPECT_EQ(0, m_table.SetPriority(id, 0));
+  m_latch.Open();
+  EXPECT_EQ(0, m_table.Join(id));
+}
+
 TEST_F(ThreadIdTableTest, ThreadCanBeJoinedAfterAJoinWasCancelled) {
   struct Shared {
     ThreadIdTable* table;
@@ -344,7 +361,7 @@ TEST_F(ThreadIdTableTest, ThreadCanBeJoinedAfterAJoinWasCancelled) {
                    &joiner, nullptr,
                    [](void* argument) -> void* {
                      auto* join = static_cast<Shared*>(argument);
-                     join->table->Join(join->id);
+                     join->table->Join(join->id, WaitToBeCancelled);
                      return nullptr;
                    },
                    &shared));
