@@ -7,6 +7,11 @@ set(CMAKE_C_STANDARD 99)
 set(CMAKE_C_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# The C++ run-time libraries that a C program needs when it links the archive.
+set(QIV_CXX_RUNTIME ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
+list(FILTER QIV_CXX_RUNTIME INCLUDE REGEX "^(stdc\\+\\+|c\\+\\+|c\\+\\+abi|m)$")
+list(REMOVE_DUPLICATES QIV_CXX_RUNTIME)
+
 set(QIV_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefined or thread")
 option(QIV_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 
@@ -15,7 +20,6 @@ target_compile_definitions(qiv_compile_options INTERFACE _GNU_SOURCE)
 target_compile_options(qiv_compile_options INTERFACE
   -Wall -Wextra -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
-  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<BOOL:${QIV_WARNINGS_AS_ERRORS}>:-Werror>)
 
 if(QIV_SANITIZE)

@@ -45,12 +45,8 @@ install(EXPORT qivTargets
 
 # --- the pkg-config module -----------------------------------------------------------------------
 
-# The C++ run-time libraries that a C program needs when it links the archive.
-set(QIV_CXX_RUNTIME ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
-list(FILTER QIV_CXX_RUNTIME INCLUDE REGEX "^(stdc\\+\\+|c\\+\\+|c\\+\\+abi|m)$")
-list(REMOVE_DUPLICATES QIV_CXX_RUNTIME)
-list(TRANSFORM QIV_CXX_RUNTIME PREPEND "-l")
-list(JOIN QIV_CXX_RUNTIME " " QIV_PC_CXX_RUNTIME)
+list(TRANSFORM QIV_CXX_RUNTIME PREPEND "-l" OUTPUT_VARIABLE QIV_PC_CXX_RUNTIME)
+list(JOIN QIV_PC_CXX_RUNTIME " " QIV_PC_CXX_RUNTIME)
 
 # The module finds its prefix from where it lies, so that an installed tree can be moved.
 if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})

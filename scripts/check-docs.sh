@@ -62,7 +62,8 @@ check_headers_are_listed() {
   local header name
   for header in include/qiv/*.h; do
     name=$(basename "$header")
-    [ "$name" = qiv.h ] || grep -qF "#include <qiv/$name>" include/qiv/qiv.h ||
+    [ "$name" != qiv.h ] || continue
+    grep -qF "#include <qiv/$name>" include/qiv/qiv.h ||
       complain "qiv.h does not bring $name"
     grep -qF "\`$name\`" README.md || complain "README.md does not name $name"
   done
@@ -70,7 +71,9 @@ check_headers_are_listed() {
 
 check_comments() {
   awk '
-    FNR == 1 { comment = ""; exported = 0 }
+    FNR == 1 { comment = ""; exported = 0; depth = 0 }
+    /^#if/ { ++depth }
+    /^#endif/ { --depth }
     /^QIV_EXTERN_C_BEGIN/ { exported = 1 }
     /^QIV_EXTERN_C_END/ { exported = 0 }
     /^\/\*\*/ { comment = "" }
@@ -87,7 +90,8 @@ check_comments() {
         print FILENAME ":" FNR ": the comment lacks @return"
         bad = 1
       }
-      comment = ""
+      # The C and the C++ form of a declaration share a comment.
+      if (depth == 1) comment = ""
       next
     }
     END { exit bad }' include/qiv/*.h >&2 || complain "comments of exported functions are incomplete"

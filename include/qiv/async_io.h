@@ -3,15 +3,16 @@
  * Asynchronous sockets: completion queues whose workers call back when a request is done.
  *
  * A queue is a set of worker threads, each with an epoll set of its own. A socket is bound to one
- * worker of a queue; requests to send, receive, connect and accept return at once, and their outcome
- * arrives in the request's callback on that worker. Per socket, the sending side (sends, connects)
- * and the receiving side (receives, accepts) each complete in the order of their requests.
+ * worker of a queue; requests to send, receive, connect and accept return at once, and their
+ * outcome arrives in the request's callback on that worker. Per socket, the sending side (sends,
+ * connects) and the receiving side (receives, accepts) each complete in the order of their
+ * requests.
  *
  * A callback may queue further requests and unbind its own socket. In mode 1 it runs while its
  * worker's lock is held, so that QIV_AsyncIO_UnBindIOHandleEx() on another thread waits for it to
  * return; it must then not unbind sockets of other workers, whose callbacks might do the same the
- * other way round. In every other mode no lock is held, any socket may be unbound, and an unbind does
- * not wait for a callback that has begun. A callback must not destroy its own queue.
+ * other way round. In every other mode no lock is held, any socket may be unbound, and an unbind
+ * does not wait for a callback that has begun. A callback must not destroy its own queue.
  *
  * Workers ask for the real-time policy SCHED_FIFO with priority 1; without the right to it they run
  * as ordinary threads.
@@ -27,10 +28,11 @@ QIV_EXTERN_C_BEGIN
 /**
  * Reports the outcome of one request.
  *
- * @param error  0, or the errno value of the failure. With 0 bytes received it holds whatever errno
- *               held and says nothing.
- * @param bytes  bytes sent or received; the new descriptor for an accept (all bits set when it
- *               failed); 0 for a connect
+ * @param error  0, or the errno value of the failure. A receive of 0 bytes at the end of a stream,
+ *               or of an empty datagram, carries whatever errno held: that does not tell it from a
+ *               failure.
+ * @param bytes  bytes sent or received, 0 for a failed receive; the new descriptor for an accept
+ *               (all bits set when it failed); 0 for a connect
  * @param user   the caller's value from the request
  */
 typedef void (*QIV_ASYNC_CALLBACK)(unsigned int error, unsigned int bytes, void* user);
@@ -41,9 +43,9 @@ typedef void (*QIV_ASYNC_CALLBACK)(unsigned int error, unsigned int bytes, void*
  * @param workers  number of worker threads; below 1 gives a queue to which nothing can be bound
  * @param mode     1 to run callbacks with the worker's lock held, any other value to run them
  *                 without
- * @return the queue, or all bits set (-1, not null) on failure. After a failure the last worker that
- *         could be started, if any, is left running and unused.
- * @par Errors         errno as the failed system call left it
+ * @return the queue, or all bits set (-1, not null) on failure. After a failure the last worker
+ * that could be started, if any, is left running and unused.
+ * @par Errors         errno as epoll_create(2) left it when that has failed
  * @par Thread safety  any threads
  * @par System         epoll_create(2), pthread_create(3)
  * @see QIV_AsyncIO_DestroyQueueEx
@@ -80,7 +82,8 @@ QIV_API QIV_HANDLE QIV_AsyncIO_CreateQueueEx2(void) QIV_NOEXCEPT;
  * @param queue  the queue; null and all bits set are refused
  * @return 0; -1 when `queue` is refused or the caller is one of its own workers
  * @par Errors         no errno
- * @par Thread safety  one thread, once; no other call on the queue at the same time or afterwards
+ * @par Thread safety  one thread, once; at the same time only the queue's own callbacks may use it,
+ *                     afterwards nobody
  * @par System         pthread_join(3), close(2)
  */
 QIV_API int QIV_AsyncIO_DestroyQueueEx(QIV_HANDLE queue);
@@ -92,7 +95,8 @@ QIV_API int QIV_AsyncIO_DestroyQueueEx(QIV_HANDLE queue);
  * @param socket  the descriptor, 0 to 65535
  * @param queue   the queue
  * @return 0; -1 when an argument is refused, the queue has no workers, the descriptor is already
- *         bound, or memory is short
+ *         bound, or memory is short. A descriptor that the system cannot watch is bound with 0, and
+ *         its requests never complete.
  * @par Errors         a line on standard error when the descriptor is already bound
  * @par Thread safety  any threads
  * @par System         fcntl(2), epoll_ctl(2)
@@ -121,7 +125,7 @@ QIV_API int QIV_AsyncIO_UnBindIOHandleEx(int socket, QIV_HANDLE queue) QIV_NOEXC
  * @par Thread safety  any threads
  * @par System         none
  */
-#ifdef __cplusplus
+#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ > 201710L)
 QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx(...) QIV_NOEXCEPT;
 #else
 QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx();
@@ -137,7 +141,7 @@ QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx();
  * @param user      handed to the callback
  * @param callback  the routine; null is refused
  * @return 0; -1 when `callback` is null, memory is short or no thread can be started
- * @par Errors         errno as the failed system call left it
+ * @par Errors         no errno
  * @par Thread safety  any threads; posted callbacks run in no particular order
  * @par System         pthread_create(3)
  */
@@ -146,11 +150,14 @@ QIV_API int QIV_AsyncIO_PostQueuedCompleteStatusEx(QIV_HANDLE queue, int socket,
                                                    QIV_ASYNC_CALLBACK callback) QIV_NOEXCEPT;
 
 /**
- * Queues a stream send. The data is copied, in pieces of at most 16384 bytes, and each piece reports
- * its own completion with its own byte count.
+ * Queues a stream send. The data is copied, in pieces of at most 16384 bytes, and each piece
+ * reports its own completion with its own byte count.
  *
  * A piece that takes several system calls is reported twice: with error 0, then once more with the
- * same byte count and an error value without meaning.
+ * same byte count and an error value without meaning. A piece that fails, also with EAGAIN when the
+ * socket could not take it although it was ready, is reported with the bytes that have gone out and
+ * dropped, and the pieces behind it are still sent: after an error with too few bytes the stream
+ * has a gap.
  *
  * @param socket    a bound descriptor
  * @param data      bytes to send; may be reused on return
@@ -176,7 +183,8 @@ QIV_API int QIV_AsyncIO_SendEx(int socket, const void* data, int length, void* u
  * @param buffer    where the bytes go; must stay valid until the callback or the unbind
  * @param length    size of `buffer` in bytes
  * @param user      handed to the callback
- * @param callback  reports the outcome; 0 bytes mean that the peer closed. Null for no report.
+ * @param callback  reports the outcome; 0 bytes mean that the peer closed or the receive failed.
+ * Null for no report.
  * @return 0; -1 when the socket is not bound, too many requests are pending or memory is short; -4
  *         for a negative length
  * @par Errors         none on standard error

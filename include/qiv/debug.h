@@ -40,7 +40,7 @@ QIV_API int QIV_OutputDebug(const char* format, ...) QIV_NOEXCEPT QIV_PRINTF_FOR
  */
 QIV_API int QIV_OutputDebugString(const char* text) QIV_NOEXCEPT;
 
-#ifdef __cplusplus
+#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ > 201710L)
 
 /**
  * Does nothing, whatever the arguments; there for programs that still call it.

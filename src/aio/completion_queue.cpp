@@ -15,6 +15,7 @@
 #include "aio/socket_table.h"
 #include "aio/worker.h"
 #include "base/diagnostic.h"
+#include "base/no_cancellation.h"
 #include "base/scoped_lock.h"
 
 namespace {
@@ -22,6 +23,7 @@ namespace {
 using qiv::aio::kSocketLimit;
 using qiv::aio::TableEntry;
 using qiv::aio::Worker;
+using qiv::base::NoCancellation;
 using qiv::base::ScopedLock;
 
 /** A queue: this header and its workers are one block of memory. */
@@ -53,8 +55,10 @@ bool StartWorker(const Queue& queue, int index, int mode) {
 
 void StopWorkers(Worker* first, Worker* last) {
   for (Worker* worker = first; worker != last; ++worker) worker->RequestStop();
+  for (Worker* worker = first; worker != last; ++worker) worker->Join();
+  // Only now: until the last thread has ended, callbacks may bind and unbind on every worker.
   for (Worker* worker = first; worker != last; ++worker) {
-    worker->Join();
+    worker->Close();
     worker->~Worker();
   }
 }
@@ -82,6 +86,7 @@ Worker* WorkerOf(int socket, QIV_HANDLE handle) {
 extern "C" {
 
 QIV_HANDLE QIV_AIO_CreateQueueEx(int workers, int mode) noexcept {
+  const NoCancellation noCancellation;
   Queue* const queue = AllocateQueue(workers);
   if (queue == nullptr) return InvalidQueue();
   for (int i = 0; i < workers; ++i) {
@@ -107,6 +112,7 @@ int QIV_AsyncIO_DestroyQueueEx(QIV_HANDLE handle) {
   const bool isOwnWorker = std::any_of(
       queue->workers, end, [](const Worker& worker) { return worker.IsCurrentThread(); });
   if (isOwnWorker) return QIV_ERROR;
+  const NoCancellation noCancellation;
   StopWorkers(queue->workers, end);
   std::free(queue);
   return QIV_OK;

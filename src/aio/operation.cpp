@@ -99,6 +99,17 @@ int RecvOperation(int mode, QIV_Mutex* workerLock, IO_DATA* request) {
   return result;
 }
 
+void GiveUpReceive(int mode, QIV_Mutex* workerLock, IO_DATA* request) {
+  request->errorCode = EAGAIN;
+  request->doneBytes = request->ioType == QIV_IO_ACCEPT ? -1 : 0;
+  Report(mode, workerLock, *request);
+}
+
+bool HasHangUp(int socketFd) {
+  pollfd record = {socketFd, 0, 0};  // errors and hang-ups are always asked for
+  return poll(&record, 1, 0) == 1;
+}
+
 bool ConnectIsDecided(int socketFd) {
   pollfd record = {socketFd, POLLOUT, 0};
   return poll(&record, 1, 0) != 0;

@@ -29,6 +29,12 @@ int SendOperation(int mode, QIV_Mutex* workerLock, IO_DATA* request) QIV_REQUIRE
  */
 int RecvOperation(int mode, QIV_Mutex* workerLock, IO_DATA* request) QIV_REQUIRES(workerLock);
 
+/** Reports a receive that is not ready and never will be, with EAGAIN. The caller as above. */
+void GiveUpReceive(int mode, QIV_Mutex* workerLock, IO_DATA* request) QIV_REQUIRES(workerLock);
+
+/** Whether an error or a hang-up of the socket stands. */
+bool HasHangUp(int socketFd);
+
 /** Whether a connect that connect(2) has begun is decided: established or failed. */
 bool ConnectIsDecided(int socketFd);
 

@@ -9,6 +9,7 @@
 #include <new>
 
 #include "base/load_order.h"
+#include "base/no_cancellation.h"
 #include "base/scoped_lock.h"
 #include "net/address_length.h"
 
@@ -23,7 +24,7 @@ constexpr std::size_t kMostPendingRequests = 3840;
 QIV_LOAD_ORDER(QIV_LOAD_SOCKET_UUID_MUTEX) QIV_Mutex CSocketOperation::m_gUuidMutex;
 QIV_LOAD_ORDER(QIV_LOAD_SOCKET_SEND_MUTEXES) qiv::aio::LazyMutexArray CSocketOperation::m_sendMutex;
 QIV_LOAD_ORDER(QIV_LOAD_SOCKET_RECV_MUTEXES) qiv::aio::LazyMutexArray CSocketOperation::m_recvMutex;
-unsigned int CSocketOperation::m_gUuid = 0;
+std::atomic<unsigned int> CSocketOperation::m_gUuid{0};
 
 CSocketOperation::CSocketOperation(int socketFd, int epollFd) noexcept
     : m_socketFd(socketFd),
@@ -33,7 +34,7 @@ CSocketOperation::CSocketOperation(int socketFd, int epollFd) noexcept
       m_sendRequestPool(sizeof(IO_DATA)) {
   {
     const ScopedLock lock(m_gUuidMutex);
-    m_uuid = m_gUuid++;
+    m_uuid = m_gUuid.fetch_add(1, std::memory_order_acq_rel);
   }
   ChangeSocketOpr(SOCKET_OPR_ADD);
 }
@@ -45,8 +46,7 @@ CSocketOperation::~CSocketOperation() {
 }
 
 unsigned int CSocketOperation::NextUuid() noexcept {
-  const ScopedLock lock(m_gUuidMutex);
-  return m_gUuid;
+  return m_gUuid.load(std::memory_order_acquire);
 }
 
 int CSocketOperation::PushTCPRecvRequest(void* buffer, int length, void* userData,
@@ -104,8 +104,8 @@ int CSocketOperation::PushConnectRequest(void* userData, const QIV_ADDR_T* addre
   request->callback = callback;
   request->userData = userData;
 
-  const int result = connect(m_socketFd, reinterpret_cast<const sockaddr*>(address),
-                             qiv::net::AddressLength(*address));
+  const qiv::base::NoCancellation noCancellation;
+  const int result = connect(m_socketFd, &address->any, qiv::net::AddressLength(*address));
   if (result != 0 && errno != EINPROGRESS && errno != EAGAIN) {
     m_sendRequestPool.Give(request);
     return result;

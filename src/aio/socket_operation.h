@@ -116,7 +116,7 @@ class CSocketOperation {
   int m_trimPending = 0;
   int m_maxDataMemory = 33554432;
 
-  static unsigned int m_gUuid;
+  static std::atomic<unsigned int> m_gUuid;  // given out under m_gUuidMutex, read without it
 };
 
 #endif

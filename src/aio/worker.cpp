@@ -31,6 +31,10 @@ void AskForRealTime() {
   pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority);  // a wish: may be refused
 }
 
+bool IsConnect(const IO_DATA* request) {
+  return request != nullptr && request->ioType == QIV_IO_CONNECT;
+}
+
 }  // namespace
 
 bool Worker::Start(int mode, int maxEvents) noexcept {
@@ -49,8 +53,9 @@ bool Worker::Start(int mode, int maxEvents) noexcept {
   return false;
 }
 
-void Worker::Join() {
-  QIV_Thread_Wait(m_threadId);
+void Worker::Join() { QIV_Thread_Wait(m_threadId); }
+
+void Worker::Close() noexcept {
   DetachSockets();
   close(m_epollFd);
   std::free(m_events);
@@ -85,25 +90,34 @@ void Worker::HandleEvent(const epoll_event& event, unsigned int nextUuid) {
   CSocketOperation* const operation = Find(socketFd);
   if (operation == nullptr) return;
   // An object made after the harvest cannot be meant: a callback has bound the descriptor anew.
-  if (static_cast<std::int32_t>(operation->Uuid() - nextUuid) >= 0) return;
+  if (IsSerialBetween(nextUuid, operation->Uuid(), CSocketOperation::NextUuid())) return;
 
-  if ((event.events & (EPOLLIN | EPOLLOUT)) == 0) {
-    HandleHangUp(operation, socketFd);
-    return;
-  }
-  if ((event.events & EPOLLIN) != 0) {
-    if (operation->FrontRecvRequest() == nullptr) return;
-    if (!HandleReceive(operation, socketFd)) return;
-  }
-  if ((event.events & EPOLLOUT) != 0) HandleSend(operation, socketFd);
+  const bool isReadable = (event.events & EPOLLIN) != 0;
+  const bool isWritable = (event.events & EPOLLOUT) != 0;
+  const bool isHangUp = !isReadable && !isWritable;
+  // A receive would take the error that tells the outcome of a connect, so the connect goes first.
+  const bool isConnecting = IsConnect(operation->FrontSendRequest());
+  if (isConnecting && !HandleSend(operation, socketFd)) return;
+  // Kept: a readable event without a receive ends here, whatever the sending side would do.
+  if (isReadable && operation->FrontRecvRequest() == nullptr) return;
+  const bool receives = isReadable || isHangUp;
+  const bool sends = (isWritable || isHangUp) && !isConnecting;
+  if (receives && !HandleReceive(operation, socketFd, isHangUp)) return;
+  if (sends && !HandleSend(operation, socketFd)) return;
+  if (isHangUp) operation->ChangeSocketOpr(SOCKET_OPR_DEL);
 }
 
 // Runs the front receive request, if there is one. False when the object is gone.
-bool Worker::HandleReceive(CSocketOperation* operation, int socketFd) {
+bool Worker::HandleReceive(CSocketOperation* operation, int socketFd, bool isHangUp) {
   IO_DATA* const request = operation->FrontRecvRequest();
   if (request == nullptr) return true;
   const Identity identity(*operation);
-  if (RecvOperation(m_mode, &m_lock, request) == kReceiveNotReady) return true;
+  if (RecvOperation(m_mode, &m_lock, request) == kReceiveNotReady) {
+    // A hang-up that stands although there is nothing to receive, such as a queue of socket errors
+    // that nobody reads, would be reported for ever.
+    if (!isHangUp || !HasHangUp(socketFd)) return true;
+    GiveUpReceive(m_mode, &m_lock, request);
+  }
   if (!IsStillBound(socketFd, identity)) return false;
   operation->PopRecvRequest();
   return true;
@@ -114,7 +128,7 @@ bool Worker::HandleSend(CSocketOperation* operation, int socketFd) {
   IO_DATA* const request = operation->FrontSendRequest();
   if (request == nullptr) return true;
   // A hang-up that was reported before connect(2) began says nothing about the connect.
-  if (request->ioType == QIV_IO_CONNECT && !ConnectIsDecided(socketFd)) return true;
+  if (IsConnect(request) && !ConnectIsDecided(socketFd)) return true;
   const Identity identity(*operation);
   const int length = request->length;  // read now: the callback may end the request
   const int result = SendOperation(m_mode, &m_lock, request);
@@ -122,12 +136,6 @@ bool Worker::HandleSend(CSocketOperation* operation, int socketFd) {
   const bool isPartial = 0 < result && result < length;
   if (!isPartial) operation->PopSendRequest();
   return true;
-}
-
-void Worker::HandleHangUp(CSocketOperation* operation, int socketFd) {
-  if (!HandleReceive(operation, socketFd)) return;
-  if (!HandleSend(operation, socketFd)) return;
-  operation->ChangeSocketOpr(SOCKET_OPR_DEL);
 }
 
 // The object of a socket that belongs to this worker, or null. It stays valid while m_lock is held.

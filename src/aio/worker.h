@@ -11,6 +11,12 @@
 
 namespace qiv::aio {
 
+/** Whether a serial number was given out while the next one went from `first` to `end`. They wrap.
+ */
+constexpr bool IsSerialBetween(unsigned int first, unsigned int serial, unsigned int end) noexcept {
+  return serial - first < end - first;
+}
+
 /**
  * The lock is held while events are handled; it is what keeps the objects of this worker's sockets
  * alive meanwhile. The stop flag is written by the thread that destroys the queue.
@@ -27,8 +33,11 @@ class Worker {
   /** Asks the thread to end; it looks every 500 ms. */
   void RequestStop() noexcept { m_stop.store(1, std::memory_order_release); }
 
-  /** Waits for the thread, detaches the sockets still bound and frees what Start() acquired. */
+  /** Waits for the thread. */
   void Join();
+
+  /** Detaches the sockets still bound and frees what Start() acquired. The thread has ended. */
+  void Close() noexcept;
 
   bool IsCurrentThread() const noexcept;
   QIV_Mutex& Lock() noexcept QIV_THREAD_ANNOTATION(lock_returned(m_lock)) { return m_lock; }
@@ -47,9 +56,8 @@ class Worker {
   void Run();
   void HandleReadyEvents(int count);
   void HandleEvent(const epoll_event& event, unsigned int nextUuid) QIV_REQUIRES(m_lock);
-  bool HandleReceive(CSocketOperation* operation, int socketFd) QIV_REQUIRES(m_lock);
+  bool HandleReceive(CSocketOperation* operation, int socketFd, bool isHangUp) QIV_REQUIRES(m_lock);
   bool HandleSend(CSocketOperation* operation, int socketFd) QIV_REQUIRES(m_lock);
-  void HandleHangUp(CSocketOperation* operation, int socketFd) QIV_REQUIRES(m_lock);
   CSocketOperation* Find(int socketFd) const noexcept;
   bool IsStillBound(int socketFd, const Identity& identity) const noexcept;
   void DetachSockets() noexcept;

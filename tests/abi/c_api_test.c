@@ -1,9 +1,8 @@
 /* A C99 program that links nothing but the library and calls something of every family. */
-#include <qiv/error.h>
-#include <qiv/library.h>
-#include <qiv/mutex.h>
+#include <qiv/qiv.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/socket.h>
 
 static int g_failures = 0;
 
@@ -37,11 +36,135 @@ static void UseMutex(void) {
   CHECK(QIV_MutexDestroy(&mutex) == QIV_OK);
 }
 
+static void UseSemaphore(void) {
+  sem_t sem;
+  CHECK(QIV_SemCreate(&sem, 1) == 0);
+  CHECK(QIV_SemWait(&sem) == 0);
+  CHECK(QIV_SemTimedWait(&sem, 0) == -1);
+  CHECK(QIV_SemPost(&sem) == 0);
+  CHECK(QIV_SemDestroy(&sem) == 0);
+}
+
+static void UseCondition(void) {
+  pthread_cond_t condition;
+  CHECK(QIV_CondCreate(&condition) == 0);
+  CHECK(QIV_CondSignal(&condition) == 0);
+  CHECK(QIV_CondBroadCast(&condition) == 0);
+  CHECK(QIV_CondDestroy(&condition) == 0);
+}
+
+static void* StoreSelfId(void* id) {
+  *(unsigned int*)id = QIV_Thread_GetSelfId();
+  return NULL;
+}
+
+static void UseThread(void) {
+  unsigned int self = QIV_INVALID_ID;
+  const unsigned int id = QIV_Thread_Create(StoreSelfId, &self, 0, 0, 0, 0);
+  const unsigned int key = QIV_ThreadTls_Create();
+  CHECK(id != QIV_INVALID_ID);
+  CHECK(QIV_Thread_Wait(id) == 0);
+  CHECK(self == id);
+  CHECK(key != QIV_INVALID_ID);
+  CHECK(QIV_ThreadTls_SetValue(key, &self) == 0);
+  CHECK(QIV_ThreadTls_GetValue(key) == &self);
+  CHECK(QIV_ThreadTls_Destroy(key) == 0);
+}
+
+static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
+
+static void UseTime(void) {
+  QIV_TIME_EXP_T parts;
+  QIV_TIME_T back = 0;
+  const QIV_TIME_T now = QIV_TimeNow();
+  const qiv_int64 tick = QIV_GetTimeTick64();
+  CHECK(QIV_ExpTimeFromTimeGMT(now, &parts) == 0);
+  CHECK(QIV_TimeFromExpTimeGMT(&parts, &back) == 0);
+  CHECK(back == now);
+  CHECK(QIV_GetTimeTick64() >= tick);
+}
+
+static void UseAddress(void) {
+  QIV_ADDR_T address;
+  char text[64];
+  CHECK(QIV_MakeAddrByString(AF_INET, "192.0.2.7", 80, &address) == 0);
+  CHECK(QIV_GetAddrPort(&address) == 80);
+  CHECK(QIV_GetAddrType(&address) == AF_INET);
+  CHECK(QIV_GetAddrStringEx(&address, text, sizeof text) != NULL);
+  CHECK(strncmp(text, "192.0.2.7", 9) == 0);
+}
+
+static void UseSocketAndPoll(void) {
+  QIV_ADDR_T address;
+  struct pollfd record;
+  const int socket = QIV_CreateSocket(AF_INET, SOCK_STREAM, 0);
+  CHECK(socket >= 0);
+  CHECK(QIV_MakeAddrByString(AF_INET, "127.0.0.1", 0, &address) == 0);
+  CHECK(QIV_Bind(socket, &address) == 0);
+  CHECK(QIV_Listen(socket, 1) == 0);
+  record.fd = socket;
+  record.events = POLLIN;
+  record.revents = 0;
+  CHECK(QIV_Poll(&record, 1, 0) == 0);
+  CHECK(QIV_CloseSocket(socket, 0) == 0);
+}
+
+static sem_t g_received;
+
+static void OnReceived(unsigned int error, unsigned int bytes, void* user) {
+  (void)error;
+  *(unsigned int*)user = bytes;
+  QIV_SemPost(&g_received);
+}
+
+static void UseAsyncIo(void) {
+  int ends[2];
+  char buffer[8];
+  unsigned int received = 0;
+  const QIV_HANDLE queue = QIV_AIO_CreateQueueEx(1, 0);
+  CHECK(QIV_SemCreate(&g_received, 0) == 0);
+  CHECK(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
+  CHECK(QIV_AsyncIO_BindIOHandleToQueueEx(ends[0], queue) == 0);
+  CHECK(QIV_AsyncIO_BindIOHandleToQueueEx(ends[1], queue) == 0);
+  CHECK(QIV_AsyncIO_RecvEx(ends[0], buffer, sizeof buffer, &received, OnReceived) == 0);
+  CHECK(QIV_AsyncIO_SendEx(ends[1], "abc", 3, NULL, NULL) == 0);
+  CHECK(QIV_SemWait(&g_received) == 0);
+  CHECK(received == 3);
+  CHECK(memcmp(buffer, "abc", 3) == 0);
+  CHECK(QIV_AsyncIO_UnBindIOHandleEx(ends[0], queue) == 0);
+  CHECK(QIV_AsyncIO_UnBindIOHandleEx(ends[1], queue) == 0);
+  CHECK(QIV_CloseSocket(ends[0], 0) == 0);
+  CHECK(QIV_CloseSocket(ends[1], 0) == 0);
+  CHECK(QIV_AsyncIO_DestroyQueueEx(queue) == 0);
+  CHECK(QIV_SemDestroy(&g_received) == 0);
+}
+
+static void UseDebug(void) { (void)QIV_OutputDebug("a line of the %s program", "C"); }
+
+static void UseSystem(void) {
+  QIV_UUID_T id;
+  char text[64];
+  CHECK(QIV_GetCPUNumber() >= 1);
+  CHECK(QIV_GetUUID(&id) == 0);
+  CHECK(QIV_StringFromUUID(&id, text, sizeof text) == 0);
+  CHECK(strlen(text) >= 32);
+}
+
 int main(void) {
   CHECK(QIV_Init() == QIV_OK);
   UseLibrary();
   UseLastError();
   UseMutex();
+  UseSemaphore();
+  UseCondition();
+  UseThread();
+  UseTraceRecord();
+  UseTime();
+  UseAddress();
+  UseSocketAndPoll();
+  UseAsyncIo();
+  UseDebug();
+  UseSystem();
   CHECK(QIV_Fini() == 0);
   return g_failures == 0 ? 0 : 1;
 }

@@ -31,17 +31,20 @@ static void Fail(const char* what) {
   exit(1);
 }
 
-/* dlsym() gives an object pointer; ISO C has no cast from that to a function. */
 typedef int (*Function)(void);
-static Function FindFunction(void* library, const char* name) {
-  Function function = NULL;
+typedef unsigned int (*ThreadCreate)(void* (*routine)(void*), void* argument,
+                                     unsigned int stackSize, int ignored, int priority, int policy);
+typedef int (*ThreadWait)(unsigned int id);
+
+/* Writes the address of a function to `function`, which points to a function pointer: ISO C has no
+ * cast from what dlsym() gives to one. */
+static void FindFunction(void* library, const char* name, void* function) {
   void* const address = dlsym(library, name);
   if (address == NULL) {
     fprintf(stderr, "unload_test: %s is not found through the library\n", name);
     exit(1);
   }
-  memcpy(&function, &address, sizeof function);
-  return function;
+  memcpy(function, &address, sizeof address);
 }
 
 /* The mappings and the size of the writable ones; the kernel's own sum, VmData, would under an
@@ -69,7 +72,7 @@ static long CountEntries(const char* path) {
   if (directory == NULL) Fail(path);
   while (readdir(directory) != NULL) ++entries;
   closedir(directory);
-  return entries;
+  return entries - 2; /* without "." and ".." */
 }
 
 static long HeapBytes(void) {
@@ -115,16 +118,38 @@ static int CountFreeKeys(void) {
   return count;
 }
 
-static void UseLibuuid(void* library) {
-  (void)FindFunction(library, "uuid_generate");
-  (void)FindFunction(library, "uuid_parse");
-  (void)FindFunction(library, "uuid_unparse");
-  (void)FindFunction(library, "uuid_compare");
+static void LookUpLibuuid(void* library) {
+  static const char* const names[] = {"uuid_generate", "uuid_parse", "uuid_unparse",
+                                      "uuid_compare"};
+  Function function;
+  size_t i;
+  for (i = 0; i < sizeof names / sizeof names[0]; ++i) FindFunction(library, names[i], &function);
 }
 
 static void StartAndStop(void* library) {
-  if (FindFunction(library, "QIV_Init")() != 0) Fail("QIV_Init failed");
-  if (FindFunction(library, "QIV_Fini")() != 0) Fail("QIV_Fini failed");
+  Function start;
+  Function stop;
+  FindFunction(library, "QIV_Init", &start);
+  FindFunction(library, "QIV_Fini", &stop);
+  if (start() != 0) Fail("QIV_Init failed");
+  if (stop() != 0) Fail("QIV_Fini failed");
+}
+
+static void* CountRun(void* counter) {
+  ++*(int*)counter;
+  return NULL;
+}
+
+static void RunThread(void* library) {
+  ThreadCreate create;
+  ThreadWait wait;
+  int runs = 0;
+  unsigned int id;
+  FindFunction(library, "QIV_Thread_Create", &create);
+  FindFunction(library, "QIV_Thread_Wait", &wait);
+  id = create(CountRun, &runs, 0, 0, 0, 0);
+  if (id == 0xFFFFFFFFu) Fail("QIV_Thread_Create failed");
+  if (wait(id) != 0 || runs != 1) Fail("the thread has not run");
 }
 
 static void RunRounds(const char* path, const char* mode, int rounds) {
@@ -132,8 +157,9 @@ static void RunRounds(const char* path, const char* mode, int rounds) {
   for (round = 0; round < rounds; ++round) {
     void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
     if (library == NULL) Fail(dlerror());
-    UseLibuuid(library);
-    if (strcmp(mode, "load") != 0) StartAndStop(library);
+    LookUpLibuuid(library);
+    if (strcmp(mode, "start") == 0) StartAndStop(library);
+    if (strcmp(mode, "threads") == 0) RunThread(library);
     if (dlclose(library) != 0) Fail(dlerror());
     if (dlopen(path, RTLD_NOW | RTLD_NOLOAD) != NULL) Fail("the library stays after dlclose()");
   }

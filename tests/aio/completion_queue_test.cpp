@@ -8,11 +8,13 @@
 
 #include <climits>
 #include <string>
+#include <thread>
 
 #include "aio/queue_fixture.h"
 #include "aio/socket_operation.h"
 #include "support/captured_output.h"
 #include "support/completions.h"
+#include "support/failing_allocation.h"
 #include "support/latch.h"
 #include "support/run_in_thread.h"
 
@@ -252,35 +254,91 @@ TEST_F(CompletionQueueTest, DestroyFromOneOfItsOwnCallbacksIsRefused) {
   EXPECT_EQ(-1, result);
 }
 
-// A queue destroyed with a socket still bound: the descriptor's number can never be bound again, so
-// one is taken that no other test gets.
-TEST_F(CompletionQueueTest,
-       RequestsOfADestroyedQueuesSocketReachNoLaterQueueWithTheSameEpollNumber) {
-  const Socket socket = qiv::test::MoveTo(qiv::test::BoundUdpSocket(), 900);
+// One worker has ended, the other is still in a callback that binds to the first.
+TEST_F(CompletionQueueTest, ACallbackMayBindAndUnbindUntilTheDestructionIsOver) {
+  for (const int mode : {0, 1}) {
+    const int threads = qiv::test::CountEntries("/proc/self/task");
+    const QIV_HANDLE queue = QIV_AIO_CreateQueueEx(2, mode);
+    const Socket busy = qiv::test::MoveTo(qiv::test::BoundUdpSocket(), 601);
+    const Socket other = qiv::test::MoveTo(qiv::test::BoundUdpSocket(), 600);
+    const QIV_ADDR_T address = qiv::test::AddressOf(busy);
+    ASSERT_EQ(0, QIV_AsyncIO_BindIOHandleToQueueEx(busy.Get(), queue));
+    qiv::test::Latch entered;
+    qiv::test::Latch mayGo;
+    int results[] = {-2, -2, -2};
+    Completions completions;
+    completions.onCompletion = [&](const Completion&) {
+      entered.Open();
+      EXPECT_TRUE(mayGo.Wait());
+      results[0] = QIV_AsyncIO_BindIOHandleToQueueEx(other.Get(), queue);
+      results[1] = QIV_AsyncIO_UnBindIOHandleEx(other.Get(), queue);
+      results[2] = QIV_AsyncIO_UnBindIOHandleEx(busy.Get(), queue);
+    };
+    ASSERT_EQ(
+        0, QIV_AsyncIO_SendToEx(busy.Get(), "x", 1, &completions, &address, Completions::Callback));
+    ASSERT_TRUE(entered.Wait());
+    auto destroyed = qiv::test::RunInThread([queue] { return QIV_AsyncIO_DestroyQueueEx(queue); });
+    // Two of the library's threads and the destroying one; the idle worker ends by itself.
+    while (qiv::test::CountEntries("/proc/self/task") > threads + 2) std::this_thread::yield();
+    mayGo.Open();
+    EXPECT_EQ(0, destroyed.Get());
+    for (const int result : results) EXPECT_EQ(0, result) << mode;
+  }
+}
+
+TEST_F(CompletionQueueTest, BindingWithoutMemoryFailsAndLeavesTheSocketUnbound) {
+  const Queue queue(1);
+  const Socket socket = qiv::test::BoundUdpSocket();
+  {
+    const qiv::test::FailingAllocation failure(1);
+    EXPECT_EQ(-1, QIV_AsyncIO_BindIOHandleToQueueEx(socket.Get(), queue.Get()));
+    EXPECT_TRUE(failure.Happened());
+  }
+  const Bound bound(queue, socket);
+}
+
+TEST_F(CompletionQueueTest, PostingWithoutMemoryFails) {
+  const qiv::test::FailingAllocation failure(1);
+  EXPECT_EQ(
+      -1, QIV_AsyncIO_PostQueuedCompleteStatusEx(nullptr, 3, 0, 1, nullptr, Completions::Callback));
+  EXPECT_TRUE(failure.Happened());
+}
+
+// A queue destroyed with a socket still bound: the descriptor's number can never be bound again in
+// the process, so this runs in a child.
+[[noreturn]] void UseASocketOfADestroyedQueue() {
+  const Socket socket = qiv::test::BoundUdpSocket();
   const QIV_ADDR_T address = qiv::test::AddressOf(socket);
-  Completions completions;
   {
     const Queue queue(1);
-    ASSERT_EQ(0, QIV_AsyncIO_BindIOHandleToQueueEx(socket.Get(), queue.Get()));
+    if (QIV_AsyncIO_BindIOHandleToQueueEx(socket.Get(), queue.Get()) != 0) _exit(1);
   }
   const Queue later(1);  // gets the descriptor numbers that have become free
-  EXPECT_EQ(
-      0, QIV_AsyncIO_SendToEx(socket.Get(), "x", 1, &completions, &address, Completions::Callback));
-  EXPECT_FALSE(completions.WaitFor(1, std::chrono::milliseconds(300)));
-  EXPECT_EQ(-1, QIV_AsyncIO_BindIOHandleToQueueEx(socket.Get(), later.Get()));
+  Completions completions;
+  const int sent =
+      QIV_AsyncIO_SendToEx(socket.Get(), "x", 1, &completions, &address, Completions::Callback);
+  if (sent != 0) _exit(2);
+  if (completions.WaitFor(1, std::chrono::milliseconds(300))) _exit(3);
+  if (QIV_AsyncIO_BindIOHandleToQueueEx(socket.Get(), later.Get()) != -1) _exit(4);
   CapturedOutput standardError(STDERR_FILENO);
-  EXPECT_EQ(-1, QIV_AsyncIO_UnBindIOHandleEx(socket.Get(), later.Get()));
-  EXPECT_EQ(NotBoundMessage(socket), standardError.Stop());
+  const int unbound = QIV_AsyncIO_UnBindIOHandleEx(socket.Get(), later.Get());
+  if (unbound != -1 || standardError.Stop() != NotBoundMessage(socket)) _exit(5);
+  _exit(0);
+}
+
+TEST(CompletionQueueDeathTest, ADestroyedQueuesSocketReachesNoLaterQueueWithTheSameEpollNumber) {
+  EXPECT_EXIT(UseASocketOfADestroyedQueue(), ::testing::ExitedWithCode(0), "");
 }
 
 // Creates a queue while only `spare` descriptors are left, and ends the process with a code of two
 // digits: the threads and the descriptors that the failed creation has left behind. What it leaves
 // stays for the life of the process, so each case runs in a child.
 [[noreturn]] void CreateWithSpareDescriptors(int workers, int spare) {
+  int next = 0;
+  while (next < 100) next = open("/dev/null", O_RDONLY);  // every number below is taken then
+  close(next);
   const int threads = qiv::test::CountEntries("/proc/self/task");
   const int descriptors = qiv::test::CountEntries("/proc/self/fd");
-  const int next = dup(0);
-  close(next);
   rlimit limit = {};
   getrlimit(RLIMIT_NOFILE, &limit);
   const rlim_t before = limit.rlim_cur;
@@ -295,15 +353,15 @@ TEST_F(CompletionQueueTest,
   _exit(threadsLeft * 10 + descriptorsLeft);
 }
 
-TEST(CompletionQueueCreationTest, FailureAtTheFirstWorkerLeavesNothing) {
+TEST(CompletionQueueDeathTest, FailureAtTheFirstWorkerLeavesNothing) {
   EXPECT_EXIT(CreateWithSpareDescriptors(3, 0), ::testing::ExitedWithCode(0), "");
 }
 
-TEST(CompletionQueueCreationTest, FailureAtTheSecondWorkerIsKeptLeavingTheFirstRunning) {
+TEST(CompletionQueueDeathTest, FailureAtTheSecondWorkerIsKeptLeavingTheFirstRunning) {
   EXPECT_EXIT(CreateWithSpareDescriptors(3, 1), ::testing::ExitedWithCode(11), "");
 }
 
-TEST(CompletionQueueCreationTest, LaterFailureIsKeptLeavingTheLastStartedWorkerRunning) {
+TEST(CompletionQueueDeathTest, LaterFailureIsKeptLeavingTheLastStartedWorkerRunning) {
   EXPECT_EXIT(CreateWithSpareDescriptors(5, 4), ::testing::ExitedWithCode(11), "");
 }
 

@@ -6,13 +6,16 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "aio/queue_fixture.h"
 #include "support/completions.h"
 #include "support/latch.h"
+#include "support/run_in_thread.h"
 
 namespace {
 
@@ -264,6 +267,93 @@ TEST_P(RequestsTest, AHangUpFromBeforeTheConnectReportsNeitherConnectNorReceive)
   ASSERT_TRUE(received.WaitFor(1));
   EXPECT_EQ(0u, connected.All()[0].error);
   EXPECT_EQ('!', byte);
+}
+
+// Keeps a one-worker queue's worker in a callback until it is let go.
+class BusyWorker {
+ public:
+  explicit BusyWorker(const Queue& queue) : m_bound(queue, m_pair.first) {
+    m_completions.onCompletion = [this](const Completion&) {
+      m_entered.Open();
+      EXPECT_TRUE(m_mayGo.Wait());
+    };
+    EXPECT_EQ(0, QIV_AsyncIO_RecvEx(m_pair.first.Get(), &m_byte, 1, &m_completions,
+                                    Completions::Callback));
+    qiv::test::WriteAll(m_pair.second, "x");
+    EXPECT_TRUE(m_entered.Wait());
+  }
+  ~BusyWorker() { LetGo(); }
+  void LetGo() {
+    m_mayGo.Open();
+    EXPECT_TRUE(m_completions.WaitFor(1));
+  }
+
+  int BusySocket() const { return m_pair.first.Get(); }
+  void ForgetBinding() { m_bound.Forget(); }
+
+ private:
+  TcpPair m_pair;
+  Bound m_bound;
+  Completions m_completions;
+  Latch m_entered;
+  Latch m_mayGo;
+  char m_byte = 0;
+};
+
+TEST_P(RequestsTest, ARefusedConnectIsReportedAsSuchAlsoWithAReceivePending) {
+  const Queue queue(1, Mode());
+  BusyWorker worker(queue);
+  const QIV_ADDR_T address = qiv::test::ClosedAddress();
+  const Socket client = qiv::test::TcpSocket();
+  const Bound bound(queue, client);
+  Completions connected;
+  Completions received;
+  char byte = 0;
+  ASSERT_EQ(0, QIV_AsyncIO_ConnectEx(client.Get(), &address, nullptr, 0, &connected,
+                                     Completions::Callback));
+  ASSERT_EQ(0, QIV_AsyncIO_RecvEx(client.Get(), &byte, 1, &received, Completions::Callback));
+  worker.LetGo();
+  ASSERT_TRUE(connected.WaitFor(1));
+  ASSERT_TRUE(received.WaitFor(1));
+  EXPECT_EQ(static_cast<unsigned int>(ECONNREFUSED), connected.All()[0].error);
+  EXPECT_EQ(0u, received.All()[0].bytes);
+}
+
+TEST_P(RequestsTest, ReceivesEndWhileAnUnreadQueueOfSocketErrorsStands) {
+  const Queue queue(1, Mode());
+  const QIV_ADDR_T address = qiv::test::AddressOf(qiv::test::BoundUdpSocket());  // closed again
+  const Socket socket = qiv::test::UdpSocket();
+  const int on = 1;
+  ASSERT_EQ(0, setsockopt(socket.Get(), IPPROTO_IP, IP_RECVERR, &on, sizeof(on)));
+  ASSERT_EQ(0, connect(socket.Get(), &address.any, sizeof(sockaddr_in)));
+  const Bound bound(queue, socket);
+  Completions completions;
+  char buffer[8];
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(0, QIV_AsyncIO_RecvEx(socket.Get(), buffer, 8, &completions, Completions::Callback));
+  }
+  ASSERT_EQ(1, send(socket.Get(), "x", 1, 0));
+  ASSERT_TRUE(completions.WaitFor(3));
+  EXPECT_EQ(static_cast<unsigned int>(ECONNREFUSED), completions.All()[0].error);
+  EXPECT_EQ(static_cast<unsigned int>(EAGAIN), completions.All()[1].error);
+  EXPECT_EQ(static_cast<unsigned int>(EAGAIN), completions.All()[2].error);
+}
+
+TEST_P(RequestsTest, UnbindingOnAnotherThreadWaitsForARunningCallbackInMode1Only) {
+  const Queue queue(1, Mode());
+  BusyWorker worker(queue);
+  worker.ForgetBinding();
+  auto unbound = qiv::test::RunInThread(
+      [&] { return QIV_AsyncIO_UnBindIOHandleEx(worker.BusySocket(), queue.Get()); });
+  if (Mode() == 1) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_FALSE(unbound.IsReady());
+  } else {
+    EXPECT_EQ(0, unbound.Get());
+    return;
+  }
+  worker.LetGo();
+  EXPECT_EQ(0, unbound.Get());
 }
 
 TEST_P(RequestsTest, ASendWithoutAConnectionIsReportedAsAFailure) {

@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "aio/operation.h"
+#include "aio/worker.h"
 #include "support/captured_output.h"
 #include "support/completions.h"
+#include "support/failing_allocation.h"
 #include "support/leak_check.h"
 #include "support/sockets.h"
 
@@ -20,6 +22,8 @@ namespace {
 
 using qiv::test::CapturedOutput;
 using qiv::test::Completions;
+using qiv::test::FailingAllocation;
+using qiv::test::FailingFor;
 
 constexpr int kLargest = CDataMemoryPool::kLargestChunk;
 constexpr int kDefaultLimit = 33554432;
@@ -216,6 +220,77 @@ TEST_F(SocketOperationTest, DatagramBacklogHasThresholdsOfItsOwn) {
   while (m_operation.UsedDataMemory() > 32 * 2560) m_operation.PopSendRequest();
   ASSERT_EQ(0, push());
   EXPECT_EQ("trim boost pool!\r\n", standardError.Stop());
+}
+
+// The allocations of a first send: room in the queue, a block of records, a block of chunks.
+TEST_F(SocketOperationTest, SendWithoutMemoryFailsWithMinus6) {
+  const struct {
+    int failing;
+    const char* message;
+    int used;
+  } kRows[] = {{1, "", 0}, {2, "", 0}, {3, "PushSendRequest 3\n", 1500}};
+  for (const auto& row : kRows) {
+    CSocketOperation operation(m_socket.Get(), -1);
+    {
+      CapturedOutput standardError(STDERR_FILENO);
+      const int result = [&] {
+        const FailingAllocation failure(row.failing, FailingFor::kEver);
+        return operation.PushTCPSendRequest(m_data.data(), 1500, nullptr, nullptr);
+      }();
+      EXPECT_EQ(row.message, standardError.Stop());
+      EXPECT_EQ(-6, result) << row.failing;
+    }
+    EXPECT_EQ(nullptr, operation.FrontSendRequest());
+    EXPECT_EQ(row.used, operation.UsedDataMemory()) << "kept: not taken back";
+    EXPECT_EQ(0, operation.PushTCPSendRequest(m_data.data(), 1500, nullptr, nullptr));
+  }
+}
+
+TEST_F(SocketOperationTest, PiecesQueuedBeforeMemoryRanOutAreKept) {
+  const int result = [&] {
+    const FailingAllocation failure(4, FailingFor::kEver);  // the second piece's class is a new one
+    return m_operation.PushTCPSendRequest(m_data.data(), kLargest + 1, nullptr, nullptr);
+  }();
+  EXPECT_EQ(-6, result);
+  EXPECT_EQ(std::vector<int>{kLargest}, QueuedLengths());
+}
+
+TEST_F(SocketOperationTest, ReceiveAndConnectWithoutMemoryFail) {
+  char byte = 0;
+  const QIV_ADDR_T address = qiv::test::AddressOf(qiv::test::BoundUdpSocket());
+  for (int failing = 1; failing <= 2; ++failing) {
+    CSocketOperation operation(m_socket.Get(), -1);
+    {
+      const FailingAllocation failure(failing, FailingFor::kEver);
+      EXPECT_EQ(-1, operation.PushTCPRecvRequest(&byte, 1, nullptr, nullptr));
+    }
+    const FailingAllocation failure(failing, FailingFor::kEver);
+    EXPECT_EQ(-1, operation.PushConnectRequest(nullptr, &address, nullptr));
+  }
+}
+
+TEST(SerialNumberTest, IsBetweenAlsoWhereTheNumbersWrap) {
+  const struct {
+    unsigned int first;
+    unsigned int serial;
+    unsigned int end;
+    bool isBetween;
+  } kRows[] = {
+      {10, 9, 10, false},
+      {10, 10, 10, false},
+      {10, 10, 11, true},
+      {10, 11, 11, false},
+      {10, 9, 11, false},
+      {0xFFFFFFFEu, 0xFFFFFFFFu, 1, true},
+      {0xFFFFFFFEu, 0, 1, true},
+      {0xFFFFFFFEu, 1, 1, false},
+      {0x80000005u, 3, 0x80000006u, false},  // far older than half of all numbers
+      {0x80000005u, 0x80000006u, 0x80000007u, true},
+  };
+  for (const auto& row : kRows) {
+    EXPECT_EQ(row.isBetween, qiv::aio::IsSerialBetween(row.first, row.serial, row.end))
+        << row.first << ' ' << row.serial << ' ' << row.end;
+  }
 }
 
 TEST_F(SocketOperationTest, UnknownEditIsRefused) {

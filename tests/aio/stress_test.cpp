@@ -3,6 +3,7 @@
 #include <qiv/async_io.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <memory>

@@ -277,16 +277,18 @@ TEST_F(SocketOptionsTest, BufferSizesOfABadDescriptorFailUnlessNothingIsAsked) {
 
 // Probing of idle connections.
 
-TEST_F(SocketOptionsTest, KeepAliveSetsItsFourOptionsAlsoWhenSwitchedOff) {
-  for (const int enable : {1, 0, -5}) {
-    const Socket socket(AF_INET, SOCK_STREAM);
-    ASSERT_EQ(0, QIV_SetTCP_KeepAlive(socket.Get(), enable, 33)) << enable;
-    EXPECT_EQ(enable != 0 ? 1 : 0, ReadInt(socket, SOL_SOCKET, SO_KEEPALIVE));
-    EXPECT_EQ(33, ReadInt(socket, IPPROTO_TCP, TCP_KEEPIDLE));
-    EXPECT_EQ(10, ReadInt(socket, IPPROTO_TCP, TCP_KEEPINTVL));
-    EXPECT_EQ(2, ReadInt(socket, IPPROTO_TCP, TCP_KEEPCNT));
-  }
+class KeepAliveTest : public SocketOptionsTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(KeepAliveTest, IsKeptToSetItsFourOptionsAlsoWhenSwitchedOff) {
+  const Socket socket(AF_INET, SOCK_STREAM);
+  ASSERT_EQ(0, QIV_SetTCP_KeepAlive(socket.Get(), GetParam(), 33));
+  EXPECT_EQ(GetParam() != 0 ? 1 : 0, ReadInt(socket, SOL_SOCKET, SO_KEEPALIVE));
+  EXPECT_EQ(33, ReadInt(socket, IPPROTO_TCP, TCP_KEEPIDLE));
+  EXPECT_EQ(10, ReadInt(socket, IPPROTO_TCP, TCP_KEEPINTVL));
+  EXPECT_EQ(2, ReadInt(socket, IPPROTO_TCP, TCP_KEEPCNT));
 }
+
+INSTANTIATE_TEST_SUITE_P(OnAndOff, KeepAliveTest, ::testing::Values(1, 0, -5));
 
 TEST_F(SocketOptionsTest, KeepAliveStopsAtTheFirstRefusal) {
   const Socket socket(AF_INET, SOCK_STREAM);
@@ -338,39 +340,46 @@ class MulticastTest : public SocketOptionsTest {
 };
 
 TEST_F(MulticastTest, Ipv4GroupIsJoinedAndLeftOnTheInterfaceOfTheLocalAddress) {
+  const char* const groupText = "239.1.2.3";
   const Socket raw(AF_INET, SOCK_DGRAM);
   const Socket socket(AF_INET, SOCK_DGRAM);
   QIV_ADDR_T group;
-  QIV_ADDR_T local;
-  for (const char* interface : {"127.0.0.1", "127.0.0.1", "192.0.2.77"}) {
-    ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET, "239.1.2.3", 9, &group));
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET, groupText, 9, &group));
+  const auto expectTheSystemsAnswer = [&](const auto& change, int option, const char* interface) {
+    QIV_ADDR_T local;
     ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET, interface, 9, &local));
-    EXPECT_EQ(Raw4(raw, IP_ADD_MEMBERSHIP, "239.1.2.3", interface),
-              Ask([&] { return QIV_JoinMultiCastGroup(socket.Get(), &local, &group); }));
+    EXPECT_EQ(Raw4(raw, option, groupText, interface),
+              Ask([&] { return change(socket.Get(), &local, &group); }))
+        << interface;
+  };
+  for (const char* interface : {"127.0.0.1", "127.0.0.1", "192.0.2.77"}) {
+    expectTheSystemsAnswer(QIV_JoinMultiCastGroup, IP_ADD_MEMBERSHIP, interface);
   }
   for (const char* interface : {"192.0.2.77", "127.0.0.1", "127.0.0.1"}) {
-    ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET, interface, 9, &local));
-    EXPECT_EQ(Raw4(raw, IP_DROP_MEMBERSHIP, "239.1.2.3", interface),
-              Ask([&] { return QIV_LeaveMultiCastGroup(socket.Get(), &local, &group); }));
+    expectTheSystemsAnswer(QIV_LeaveMultiCastGroup, IP_DROP_MEMBERSHIP, interface);
   }
 }
 
 TEST_F(MulticastTest, Ipv6GroupIsJoinedAndLeftOnTheInterfaceOfTheKeptWordAtOffsetFour) {
+  constexpr unsigned int kNoInterface = 0x7F000001;
+  const char* const groupText = "ff02::1:2345";
   const Socket raw(AF_INET6, SOCK_DGRAM);
   const Socket socket(AF_INET6, SOCK_DGRAM);
   const QIV_ADDR_T unused = Loopback(AF_INET6);
   QIV_ADDR_T group;
-  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, "ff02::1:2345", 9, &group));
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, groupText, 9, &group));
+  const auto expectTheSystemsAnswer = [&](const auto& change, int option, unsigned int interface) {
+    std::memcpy(reinterpret_cast<char*>(&group) + 4, &interface, sizeof(interface));
+    EXPECT_EQ(Raw6(raw, option, groupText, interface),
+              Ask([&] { return change(socket.Get(), &unused, &group); }))
+        << interface;
+  };
   const unsigned int lo = if_nametoindex("lo");
-  for (const unsigned int interface : {lo, lo, 0x7F000001U}) {
-    std::memcpy(reinterpret_cast<char*>(&group) + 4, &interface, sizeof(interface));
-    EXPECT_EQ(Raw6(raw, IPV6_ADD_MEMBERSHIP, "ff02::1:2345", interface),
-              Ask([&] { return QIV_JoinMultiCastGroup(socket.Get(), &unused, &group); }));
+  for (const unsigned int interface : {lo, lo, kNoInterface}) {
+    expectTheSystemsAnswer(QIV_JoinMultiCastGroup, IPV6_ADD_MEMBERSHIP, interface);
   }
-  for (const unsigned int interface : {0x7F000001U, lo, lo}) {
-    std::memcpy(reinterpret_cast<char*>(&group) + 4, &interface, sizeof(interface));
-    EXPECT_EQ(Raw6(raw, IPV6_DROP_MEMBERSHIP, "ff02::1:2345", interface),
-              Ask([&] { return QIV_LeaveMultiCastGroup(socket.Get(), &unused, &group); }));
+  for (const unsigned int interface : {kNoInterface, lo, lo}) {
+    expectTheSystemsAnswer(QIV_LeaveMultiCastGroup, IPV6_DROP_MEMBERSHIP, interface);
   }
 }
 

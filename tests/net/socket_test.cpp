@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "net/socket.h"
@@ -66,16 +67,20 @@ TEST_F(SocketTest, NetworkStartIgnoresSigpipeAndStopLeavesItSo) {
 
 // Creation and end.
 
-TEST_F(SocketTest, CreateGivesASocketOfTheFamilyAndType) {
-  for (const int family : {AF_INET, AF_INET6}) {
-    for (const int type : {SOCK_STREAM, SOCK_DGRAM}) {
-      const Socket created(QIV_CreateSocket(family, type, 0));
-      ASSERT_NE(-1, created.Get());
-      EXPECT_EQ(family, IntOption(created.Get(), SOL_SOCKET, SO_DOMAIN));
-      EXPECT_EQ(type, IntOption(created.Get(), SOL_SOCKET, SO_TYPE));
-    }
-  }
+class CreateSocketTest : public SocketTest,
+                         public ::testing::WithParamInterface<std::tuple<int, int>> {};
+
+TEST_P(CreateSocketTest, GivesASocketOfTheFamilyAndType) {
+  const auto [family, type] = GetParam();
+  const Socket created(QIV_CreateSocket(family, type, 0));
+  ASSERT_NE(-1, created.Get());
+  EXPECT_EQ(family, IntOption(created.Get(), SOL_SOCKET, SO_DOMAIN));
+  EXPECT_EQ(type, IntOption(created.Get(), SOL_SOCKET, SO_TYPE));
 }
+
+INSTANTIATE_TEST_SUITE_P(FamiliesAndTypes, CreateSocketTest,
+                         ::testing::Combine(::testing::Values(AF_INET, AF_INET6),
+                                            ::testing::Values(SOCK_STREAM, SOCK_DGRAM)));
 
 TEST_F(SocketTest, CreatePassesTheProtocol) {
   const Socket created(QIV_CreateSocket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
@@ -384,7 +389,8 @@ class FullListenerTest : public SocketTest {
     m_target = LocalAddress(m_listener);
     for (int i = 0; i < 8; ++i) {
       Socket filler(AF_INET, SOCK_STREAM | SOCK_NONBLOCK);
-      connect(filler.Get(), &m_target.any, sizeof(sockaddr_in));
+      ASSERT_EQ(-1, connect(filler.Get(), &m_target.any, sizeof(sockaddr_in)));
+      ASSERT_EQ(EINPROGRESS, errno);
       pollfd record = {filler.Get(), POLLOUT, 0};
       if (poll(&record, 1, 50) == 0) return;
       m_fillers.push_back(std::move(filler));

@@ -7,9 +7,16 @@ namespace {
 
 // Allocations until the one that fails; 0 when none is to fail any more.
 thread_local int t_untilFailure = 0;
+thread_local bool t_failsForEver = false;
+thread_local bool t_happened = false;
 
 void* Allocate(std::size_t size) noexcept {
-  if (t_untilFailure > 0 && --t_untilFailure == 0) return nullptr;
+  if (t_untilFailure == 1) {
+    if (!t_failsForEver) t_untilFailure = 0;
+    t_happened = true;
+    return nullptr;
+  }
+  if (t_untilFailure > 1) --t_untilFailure;
   return std::malloc(size == 0 ? 1 : size);
 }
 
@@ -34,8 +41,12 @@ void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free
 
 namespace qiv::test {
 
-FailingAllocation::FailingAllocation(int nth) noexcept { t_untilFailure = nth; }
+FailingAllocation::FailingAllocation(int nth, FailingFor duration) noexcept {
+  t_untilFailure = nth;
+  t_failsForEver = duration == FailingFor::kEver;
+  t_happened = false;
+}
 FailingAllocation::~FailingAllocation() { t_untilFailure = 0; }
-bool FailingAllocation::Happened() const noexcept { return t_untilFailure == 0; }
+bool FailingAllocation::Happened() const noexcept { return t_happened; }
 
 }  // namespace qiv::test

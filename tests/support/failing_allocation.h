@@ -4,11 +4,14 @@
 
 namespace qiv::test {
 
-/** While one of these lives, the n-th allocation of its thread by operator new fails, once. */
+/** Whether the allocations behind the first one that fails succeed again. */
+enum class FailingFor { kOnce, kEver };
+
+/** While one of these lives, the n-th allocation of its thread by operator new fails. */
 class FailingAllocation {
  public:
   /** @param nth  1 is the next allocation */
-  explicit FailingAllocation(int nth) noexcept;
+  explicit FailingAllocation(int nth, FailingFor duration = FailingFor::kOnce) noexcept;
   ~FailingAllocation();
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
