@@ -40,6 +40,12 @@ Sight Look() QIV_NO_THREAD_SAFETY_ANALYSIS {
           QIV_Thread_GetSelfId()};
 }
 
+// Calls must fail rather than crash once the singleton is gone: threads may still run then. The
+// sanitizer of undefined behaviour objects to the attempt.
+__attribute__((no_sanitize("vptr"))) int EraseTraceInfo() {
+  return qiv::qiv_tlsTraceInfoOper::instance()->eraseTraceInfo();
+}
+
 bool g_reportEnd = false;
 
 /** Looks when it is built, and says on standard error what it sees when it is destroyed. */
@@ -49,8 +55,7 @@ class Probe {
   ~Probe() {
     if (!g_reportEnd) return;
     const unsigned int key = qiv::g_qiv_store_tls_handle.load();
-    // Calls after its destruction must fail rather than crash: threads may still run then.
-    const int erase = qiv::qiv_tlsTraceInfoOper::instance()->eraseTraceInfo();
+    const int erase = EraseTraceInfo();
     std::fprintf(stderr, "%s: key %s, singleton %s, id %s\n", m_name,
                  key == QIV_INVALID_ID ? "gone" : "there", erase == 0 ? "there" : "gone",
                  QIV_Thread_GetSelfId() == m_atBuild.threadId ? "kept" : "lost");

@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <limits>
 #include <thread>
-#include <vector>
 
 #include "support/failing_allocation.h"
 #include "support/latch.h"
@@ -243,11 +243,8 @@ TEST_F(TableThreadIdsTest, EveryThreadNamesItselfWhileThreadsComeAndGo) {
       }).join();
     }
   };
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 2; ++i) {
-    threads.emplace_back(create);
-    threads.emplace_back(appear);
-  }
+  std::array<std::thread, 4> threads = {std::thread(create), std::thread(appear),
+                                        std::thread(create), std::thread(appear)};
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(0, wrong.load());
 }
