@@ -50,7 +50,7 @@ class ThreadAttributes {
 QIV_Thread::QIV_Thread() noexcept : m_id(QIV_INVALID_ID) {}
 QIV_Thread::QIV_Thread(const QIV_Thread&) noexcept = default;
 QIV_Thread& QIV_Thread::operator=(const QIV_Thread&) noexcept = default;
-QIV_Thread::~QIV_Thread() = default;
+QIV_Thread::~QIV_Thread() {}  // leaves the thread alone
 
 int QIV_Thread::Create(void* (*routine)(void*), void* argument, unsigned int stackSize, int ignored,
                        int priority, int policy) noexcept {

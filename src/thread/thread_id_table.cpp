@@ -46,9 +46,9 @@ class ThreadIdTable::Joining {
   Joining(const Joining&) = delete;
   Joining& operator=(const Joining&) = delete;
 
-  int Wait() {
+  int Wait(int (*joinThread)(pthread_t, void**)) {
     if (!m_begun) return QIV_ERROR;
-    m_joined = pthread_join(m_thread, nullptr) == 0;
+    m_joined = joinThread(m_thread, nullptr) == 0;
     return m_joined ? QIV_OK : QIV_ERROR;
   }
 
@@ -91,9 +91,9 @@ bool ThreadIdTable::SelfEnds() noexcept {
   return true;
 }
 
-int ThreadIdTable::Join(unsigned int id) {
+int ThreadIdTable::Join(unsigned int id, int (*joinThread)(pthread_t, void**)) {
   Joining joining(this, id);
-  return joining.Wait();
+  return joining.Wait(joinThread);
 }
 
 int ThreadIdTable::SetPriority(unsigned int id, int priority) noexcept {

@@ -35,8 +35,10 @@ class ThreadIdTable {
   /** Takes the calling thread out as it ends; false when its entry is a joiner's to remove. */
   bool SelfEnds() noexcept;
 
-  /** Joins a thread and removes its entry; QIV_ERROR when it cannot be joined. */
-  int Join(unsigned int id);
+  /** Joins a thread and removes its entry; QIV_ERROR when it cannot be joined.
+   *  @param joinThread  waits for the thread and releases it; a test may put another in its place
+   */
+  int Join(unsigned int id, int (*joinThread)(pthread_t, void**) = pthread_join);
 
   /** Changes the priority of a thread that nobody is joining; 0 or QIV_ERROR. */
   int SetPriority(unsigned int id, int priority) noexcept;

@@ -195,6 +195,7 @@ TEST_F(TraceInfoTest, ThreadsSetReadAndEraseAtOnce) {
   const int rounds = qiv::test::ScaledLoad(2000);
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int number = 0; number < 4; ++number) {
     threads.emplace_back([&, number] {
       for (int i = 0; i < rounds; ++i) {
@@ -307,24 +308,17 @@ TEST_F(TraceOwnerTest, ContextOfAThreadThatDoesNotEraseIsKeptUntilTheOwnerEnds) 
 
 TEST_F(TraceOwnerTest, SetFailsAtEachAllocationAndChangesNothing) {
   const QIV_TRACEINFO mine = Record(std::string(64, 'm'), std::string(64, 'n'), "");
-  int failures = 0;
-  for (;; ++failures) {
-    int result = 0;
-    bool failed = false;
-    {
-      const FailingAllocation failure(failures + 1);
-      result = m_owner.setTraceInfo(&mine);
-      failed = failure.Happened();
-    }
-    if (!failed) {
-      EXPECT_EQ(0, result);
-      break;
-    }
-    EXPECT_EQ(-1, result);
+  for (int nth = 1; nth <= 5; ++nth) {  // the context, its three texts, its entry in the map
+    SCOPED_TRACE(nth);
+    const FailingAllocation failure(nth);
+    EXPECT_EQ(-1, m_owner.setTraceInfo(&mine));
+    EXPECT_TRUE(failure.Happened());
     EXPECT_EQ(0u, m_owner.contextCount());
     EXPECT_EQ(nullptr, QIV_ThreadTls_GetValue(qiv::g_qiv_store_tls_handle));
   }
-  EXPECT_EQ(5, failures) << "the context, its three texts and its entry in the map";
+  const FailingAllocation failure(6);
+  EXPECT_EQ(0, m_owner.setTraceInfo(&mine));
+  EXPECT_FALSE(failure.Happened());
 }
 
 TEST_F(TraceOwnerTest, SetOverAnExistingRecordNeedsNoMemory) {
@@ -380,7 +374,7 @@ TEST(SmartPointerTest, MovedPointerIsNullAndCountsOnce) {
   int destroyed = 0;
   CountedPointer first(new Counted(&destroyed));
   CountedPointer second(std::move(first));
-  EXPECT_EQ(nullptr, first.get());  // NOLINT(bugprone-use-after-move): null is promised
+  EXPECT_EQ(nullptr, first.get());  // NOLINT: a moved-from pointer is promised to be null
   second = CountedPointer(new Counted(&destroyed));
   EXPECT_EQ(1, destroyed);
   CountedPointer& same = second;
@@ -410,10 +404,12 @@ TEST(SmartPointerTest, PointersOfManyThreadsDestroyTheObjectOnce) {
   {
     const CountedPointer shared(new Counted(&destroyed));
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
       threads.emplace_back([shared] {
         for (int round = 0; round < qiv::test::ScaledLoad(5000); ++round) {
-          const CountedPointer copy(shared);
+          CountedPointer copy;
+          copy = shared;
         }
       });
     }

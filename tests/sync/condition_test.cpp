@@ -114,51 +114,60 @@ TEST_F(ConditionTest, SecondCreateOfAnAddressIsKeptAsNotFreeingTheFirstAttribute
   delete first;
 }
 
+struct Attempt {
+  int result;
+  bool failed;
+  std::string printed;
+};
+
+Attempt CreateWithFailure(pthread_cond_t* condition, int nth) {
+  Attempt attempt = {};
+  CapturedOutput output(STDERR_FILENO);
+  {
+    const FailingAllocation failure(nth);
+    attempt.result = QIV_CondCreate(condition);
+    attempt.failed = failure.Happened();
+  }
+  attempt.printed = output.Stop();
+  return attempt;
+}
+
 TEST_F(ConditionTest, CreateFailsAtEachAllocationWithoutATrace) {
   const std::size_t before = AttributeCount();
-  int failures = 0;
-  for (;; ++failures) {
-    CapturedOutput output(STDERR_FILENO);
-    int result = 0;
-    bool failed = false;
-    {
-      const FailingAllocation failure(failures + 1);
-      result = QIV_CondCreate(&m_condition);
-      failed = failure.Happened();
-    }
-    const std::string printed = output.Stop();
-    if (!failed) {
-      EXPECT_EQ(0, result);
-      break;
-    }
-    EXPECT_EQ(-1, result);
-    EXPECT_EQ("", printed);
+  for (const int nth : {1, 2}) {  // the attribute, and its entry in the map
+    SCOPED_TRACE(nth);
+    const Attempt attempt = CreateWithFailure(&m_condition, nth);
+    EXPECT_TRUE(attempt.failed);
+    EXPECT_EQ(-1, attempt.result);
+    EXPECT_EQ("", attempt.printed);
     EXPECT_EQ(before, AttributeCount());
   }
-  EXPECT_EQ(2, failures) << "the attribute and its entry in the map";
+  const Attempt last = CreateWithFailure(&m_condition, 3);
+  EXPECT_FALSE(last.failed);
+  EXPECT_EQ(0, last.result);
   EXPECT_EQ(0, QIV_CondDestroy(&m_condition));
 }
 
+struct CancelledCalls {
+  int create = -2;
+  int destroy = -2;
+  static void* Run(void* argument) {
+    auto* self = static_cast<CancelledCalls*>(argument);
+    pthread_cond_t condition;
+    pthread_cancel(pthread_self());
+    self->create = QIV_CondCreate(&condition);
+    self->destroy = QIV_CondDestroy(&condition);
+    return nullptr;
+  }
+};
+
 TEST_F(ConditionTest, CreateAndDestroyAreNoCancellationPoints) {
-  struct Results {
-    int create = -2;
-    int destroy = -2;
-  } results;
+  CancelledCalls calls;
   pthread_t thread;
-  ASSERT_EQ(0, pthread_create(
-                   &thread, nullptr,
-                   [](void* argument) -> void* {
-                     auto* both = static_cast<Results*>(argument);
-                     pthread_cond_t condition;
-                     pthread_cancel(pthread_self());
-                     both->create = QIV_CondCreate(&condition);
-                     both->destroy = QIV_CondDestroy(&condition);
-                     return nullptr;
-                   },
-                   &results));
+  ASSERT_EQ(0, pthread_create(&thread, nullptr, CancelledCalls::Run, &calls));
   ASSERT_EQ(0, pthread_join(thread, nullptr));
-  EXPECT_EQ(0, results.create);
-  EXPECT_EQ(0, results.destroy);
+  EXPECT_EQ(0, calls.create);
+  EXPECT_EQ(0, calls.destroy);
 }
 
 TEST_F(ConditionTest, TimedWaitLastsAsLongAsSaid) {
@@ -258,31 +267,31 @@ TEST_F(ConditionWakeTest, BroadCastWakesEveryWaiter) {
   EXPECT_EQ(0, third.Get());
 }
 
+struct CancelledWait {
+  pthread_cond_t* condition;
+  pthread_mutex_t* mutex;
+  qiv::test::Latch waiting;
+
+  static void* Run(void* argument) {
+    struct Held {
+      pthread_mutex_t* mutex;
+      ~Held() { QIV_MutexUnlock(mutex); }
+    };
+    auto* self = static_cast<CancelledWait*>(argument);
+    QIV_MutexLock(self->mutex);
+    const Held held = {self->mutex};
+    self->waiting.Open();
+    while (QIV_CondWait(self->condition, self->mutex) == 0) {
+    }
+    return nullptr;
+  }
+};
+
 TEST_F(ConditionWakeTest, CancelledWaiterUnwindsThroughTheWait) {
-  struct Held {
-    pthread_mutex_t* mutex;
-    ~Held() { QIV_MutexUnlock(mutex); }
-  };
-  struct Wait {
-    pthread_cond_t* condition;
-    pthread_mutex_t* mutex;
-    qiv::test::Latch waiting;
-  };
-  Wait shared = {&m_condition, &m_mutex, {}};
+  CancelledWait wait = {&m_condition, &m_mutex, {}};
   pthread_t thread;
-  ASSERT_EQ(0, pthread_create(
-                   &thread, nullptr,
-                   [](void* argument) -> void* {
-                     auto* wait = static_cast<Wait*>(argument);
-                     QIV_MutexLock(wait->mutex);
-                     const Held held = {wait->mutex};
-                     wait->waiting.Open();
-                     while (QIV_CondWait(wait->condition, wait->mutex) == 0) {
-                     }
-                     return nullptr;
-                   },
-                   &shared));
-  ASSERT_TRUE(shared.waiting.Wait());
+  ASSERT_EQ(0, pthread_create(&thread, nullptr, CancelledWait::Run, &wait));
+  ASSERT_TRUE(wait.waiting.Wait());
   ASSERT_EQ(0, pthread_cancel(thread));
   void* result = nullptr;
   ASSERT_EQ(0, pthread_join(thread, &result));
@@ -301,25 +310,33 @@ TEST_F(ConditionTest, ClassHoldsOneConditionAndIsListedWhileItLives) {
   EXPECT_EQ(before, AttributeCount());
 }
 
-TEST_F(ConditionTest, ClassForwardsItsCalls) {
+TEST_F(ConditionTest, ClassForwardsItsWaits) {
   QIV_Cond condition;
   EXPECT_EQ(-1, condition.Wait(nullptr));
   EXPECT_EQ(-1, condition.TimedWait(nullptr, 1));
   ASSERT_EQ(0, QIV_MutexLock(&m_mutex));
   EXPECT_EQ(ETIMEDOUT, condition.TimedWait(&m_mutex, 5));
+  EXPECT_EQ(0, QIV_MutexUnlock(&m_mutex));
+}
 
-  bool raised = false;
-  auto signaller = RunInThread([&] {
+TEST_F(ConditionTest, ClassForwardsItsWakes) {
+  for (const auto wake : {&QIV_Cond::Signal, &QIV_Cond::BroadCast}) {
+    QIV_Cond condition;
     QIV_MutexLock(&m_mutex);
-    raised = true;
-    const int result = condition.Signal();
+    bool raised = false;
+    auto waker = RunInThread([&] {
+      QIV_MutexLock(&m_mutex);
+      raised = true;
+      const int result = (condition.*wake)();
+      QIV_MutexUnlock(&m_mutex);
+      return result;
+    });
+    while (!raised && condition.Wait(&m_mutex) == 0) {
+    }
+    EXPECT_TRUE(raised);
     QIV_MutexUnlock(&m_mutex);
-    return result;
-  });
-  while (!raised) ASSERT_EQ(0, condition.Wait(&m_mutex));
-  ASSERT_EQ(0, QIV_MutexUnlock(&m_mutex));
-  EXPECT_EQ(0, signaller.Get());
-  EXPECT_EQ(0, condition.BroadCast());
+    EXPECT_EQ(0, waker.Get());
+  }
 }
 
 }  // namespace

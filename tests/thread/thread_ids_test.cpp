@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <limits>
 #include <thread>
-#include <vector>
 
 #include "support/failing_allocation.h"
 #include "support/latch.h"
@@ -242,11 +243,8 @@ TEST_F(TableThreadIdsTest, EveryThreadNamesItselfWhileThreadsComeAndGo) {
       }).join();
     }
   };
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 2; ++i) {
-    threads.emplace_back(create);
-    threads.emplace_back(appear);
-  }
+  std::array<std::thread, 4> threads = {std::thread(create), std::thread(appear),
+                                        std::thread(create), std::thread(appear)};
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(0, wrong.load());
 }
@@ -334,6 +332,22 @@ TEST_F(ThreadIdTableTest, FailedCreationLeavesNoEntry) {
   EXPECT_EQ(0u, m_table.Size());
 }
 
+// Stands in for pthread_join(), which the thread sanitizer does not let be cancelled.
+int WaitToBeCancelled(pthread_t, void**) {
+  for (;;) {
+    pthread_testcancel();
+    std::this_thread::yield();
+  }
+}
+
+TEST_F(ThreadIdTableTest, FailedJoinLeavesTheThreadJoinable) {
+  const unsigned int id = Start();
+  EXPECT_EQ(-1, m_table.Join(id, [](pthread_t, void**) { return EDEADLK; }));
+  EXPECT_EQ(0, m_table.SetPriority(id, 0));
+  m_latch.Open();
+  EXPECT_EQ(0, m_table.Join(id));
+}
+
 TEST_F(ThreadIdTableTest, ThreadCanBeJoinedAfterAJoinWasCancelled) {
   struct Shared {
     ThreadIdTable* table;
@@ -344,7 +358,7 @@ TEST_F(ThreadIdTableTest, ThreadCanBeJoinedAfterAJoinWasCancelled) {
                    &joiner, nullptr,
                    [](void* argument) -> void* {
                      auto* join = static_cast<Shared*>(argument);
-                     join->table->Join(join->id);
+                     join->table->Join(join->id, WaitToBeCancelled);
                      return nullptr;
                    },
                    &shared));
