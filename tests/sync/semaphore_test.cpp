@@ -172,6 +172,7 @@ TEST_F(SemaphoreTest, EveryPostLetsOneOfManyWaitersGoOn) {
   constexpr int kWaiters = 4;
   std::atomic<int> taken{0};
   std::vector<std::thread> waiters;
+  waiters.reserve(kWaiters);
   for (int i = 0; i < kWaiters; ++i) {
     waiters.emplace_back([&] {
       while (QIV_SemWait(&m_sem) == 0 && taken.fetch_add(1, std::memory_order_relaxed) < posts) {
@@ -236,8 +237,10 @@ TEST_F(SemaTest, ManyPostersNeverPassTheMaximum) {
   QIV_Sema sema(0, kMaximum);
   const int attempts = qiv::test::ScaledLoad(20000);
   std::atomic<int> posted{0};
+  constexpr int kPosters = 4;
   std::vector<std::thread> posters;
-  for (int i = 0; i < 4; ++i) {
+  posters.reserve(kPosters);
+  for (int i = 0; i < kPosters; ++i) {
     posters.emplace_back([&] {
       for (int attempt = 0; attempt < attempts; ++attempt) {
         if (sema.Post() == 0) posted.fetch_add(1, std::memory_order_relaxed);

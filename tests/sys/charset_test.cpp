@@ -9,8 +9,8 @@ namespace {
 
 // Not every C library knows EUC-CN; without it every result is empty.
 bool PlatformHasEucCn() {
-  const iconv_t handle = iconv_open("UTF-8", "EUC-CN");
-  if (handle == reinterpret_cast<iconv_t>(std::intptr_t{-1})) return false;
+  iconv_t handle = iconv_open("UTF-8", "EUC-CN");
+  if (reinterpret_cast<std::intptr_t>(handle) == -1) return false;
   iconv_close(handle);
   return true;
 }

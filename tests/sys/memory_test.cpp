@@ -22,6 +22,16 @@ struct MemoryRow {
   qiv_uint64 availSwap;
 };
 
+void ExpectStatus(const MemoryRow& row) {
+  std::istringstream meminfo(row.text);
+  QIV_MEMORY_STATUS_T status = {};
+  EXPECT_EQ(row.result, qiv::ReadMemory(meminfo, &status)) << row.name;
+  EXPECT_EQ(row.totalPhys * 1024, status.ullTotalPhys) << row.name;
+  EXPECT_EQ(row.availPhys * 1024, status.ullAvailPhys) << row.name;
+  EXPECT_EQ(row.totalSwap * 1024, status.ullTotalSwap) << row.name;
+  EXPECT_EQ(row.availSwap * 1024, status.ullAvailSwap) << row.name;
+}
+
 TEST_F(MemoryStatusTest, FiguresOfTheFileFillTheRecord) {
   const MemoryRow rows[] = {
       {"estimate above the free memory",
@@ -59,15 +69,7 @@ TEST_F(MemoryStatusTest, FiguresOfTheFileFillTheRecord) {
        4},
       {"empty file", "", false, 0, 0, 0, 0},
   };
-  for (const MemoryRow& row : rows) {
-    std::istringstream meminfo(row.text);
-    QIV_MEMORY_STATUS_T status = {};
-    EXPECT_EQ(row.result, qiv::ReadMemory(meminfo, &status)) << row.name;
-    EXPECT_EQ(row.totalPhys * 1024, status.ullTotalPhys) << row.name;
-    EXPECT_EQ(row.availPhys * 1024, status.ullAvailPhys) << row.name;
-    EXPECT_EQ(row.totalSwap * 1024, status.ullTotalSwap) << row.name;
-    EXPECT_EQ(row.availSwap * 1024, status.ullAvailSwap) << row.name;
-  }
+  for (const MemoryRow& row : rows) ExpectStatus(row);
 }
 
 TEST_F(MemoryStatusTest, FiguresBeyond32BitsAreReadWhole) {

@@ -49,7 +49,7 @@ TEST(CTimeTest, EveryMonthAndDayHasItsName) {
     EXPECT_EQ(months[month], TextOf((month * 31LL) * 86400 * kSecond).substr(4, 3));
   }
   for (int day = 0; day < 7; ++day) {
-    EXPECT_EQ(days[day], TextOf(day * 86400 * kSecond).substr(0, 3));
+    EXPECT_EQ(days[day], TextOf(day * 86400LL * kSecond).substr(0, 3));
   }
 }
 
