@@ -124,7 +124,7 @@ QIV_API int CreateTlsKey() noexcept;
 /**
  * Deletes the thread-local key of the last-error store.
  *
- * @return 0, or the platform's error number
+ * @return 0, or the platform's error number (EINVAL when there is no store)
  * @par Thread safety  under the stop of the library only
  * @par System         pthread_key_delete(3p)
  */

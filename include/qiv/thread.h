@@ -82,7 +82,7 @@ QIV_API int QIV_Thread_Wait(unsigned int id);
  * Gives the calling thread's id.
  *
  * @return the id; QIV_INVALID_ID when the thread was not made by QIV_Thread_Create(), asks for the
- *         first time, and memory is short
+ *         first time, and memory or the platform's keys are short
  * @par Errors         no errno
  * @par Thread safety  any threads
  * @par System         pthread_self(3p)
@@ -117,7 +117,7 @@ QIV_API int QIV_Thread_Resume(unsigned int id) QIV_NOEXCEPT;
  * @param id        the thread; all bits set is refused
  * @param priority  a priority of the thread's policy
  * @return 0; -1 when `id` is refused or the platform refuses. Where the library numbers the
- *         threads, also when another thread is joining this one.
+ *         threads, also for a thread that is being joined, unless it is the calling one.
  * @par Errors         no errno
  * @par Thread safety  any threads
  * @par System         pthread_getschedparam(3p), pthread_setschedparam(3p)

@@ -31,7 +31,8 @@ int CreateTlsKey() noexcept {
 }
 
 int DestroyTlsKey() noexcept {
-  g_bQivCreateTlsKeySuccess.store(0, std::memory_order_release);
+  // Without a store the number may be that of somebody else's key.
+  if (g_bQivCreateTlsKeySuccess.exchange(0, std::memory_order_acq_rel) == 0) return EINVAL;
   return pthread_key_delete(StoreKey());
 }
 

@@ -66,7 +66,10 @@ void RemoveAttribute(pthread_cond_t* condition) {
 }  // namespace
 }  // namespace qiv::sync
 
-QIV_Cond::QIV_Cond() noexcept { QIV_CondCreate(&m_condition); }
+// Usable, on the wall clock, also when memory for the attribute is short.
+QIV_Cond::QIV_Cond() noexcept : m_condition PTHREAD_COND_INITIALIZER {
+  QIV_CondCreate(&m_condition);
+}
 QIV_Cond::~QIV_Cond() { QIV_CondDestroy(&m_condition); }
 int QIV_Cond::Wait(pthread_mutex_t* mutex) { return QIV_CondWait(&m_condition, mutex); }
 int QIV_Cond::TimedWait(pthread_mutex_t* mutex, unsigned int ms) {

@@ -99,8 +99,9 @@ int ThreadIdTable::Join(unsigned int id, int (*joinThread)(pthread_t, void**)) {
 int ThreadIdTable::SetPriority(unsigned int id, int priority) noexcept {
   const base::ScopedLock lock(m_mutex);
   const Entry* const entry = Find(id);
-  // A joiner may have released the thread already.
-  if (entry == nullptr || entry->joining) return QIV_ERROR;
+  if (entry == nullptr) return QIV_ERROR;
+  // A joiner may have released the thread already, unless it is the one that calls.
+  if (entry->joining && entry != FindSelf()) return QIV_ERROR;
   return ChangePriority(entry->identity.thread, priority);
 }
 

@@ -40,7 +40,8 @@ class ThreadIdTable {
    */
   int Join(unsigned int id, int (*joinThread)(pthread_t, void**) = pthread_join);
 
-  /** Changes the priority of a thread that nobody is joining; 0 or QIV_ERROR. */
+  /** Changes the priority of the calling thread or of one that nobody is joining; 0 or QIV_ERROR.
+   */
   int SetPriority(unsigned int id, int priority) noexcept;
 
   /** The next thread gets `id`, or the first one behind it that is valid and not taken. */

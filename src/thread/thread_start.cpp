@@ -24,9 +24,8 @@ qiv_tlsTraceInfoOper& TraceInfo() { return *qiv_tlsTraceInfoOper::instance(); }
 
 class InheritedTrace {
  public:
-  explicit InheritedTrace(const StartRecord& record) noexcept : m_installed(record.hasTrace != 0) {
-    if (m_installed) TraceInfo().setTraceInfo(&record.trace);
-  }
+  explicit InheritedTrace(const StartRecord& record) noexcept
+      : m_installed(record.hasTrace != 0 && TraceInfo().setTraceInfo(&record.trace) == QIV_OK) {}
   ~InheritedTrace() {
     if (m_installed) TraceInfo().eraseTraceInfo();
   }
@@ -54,10 +53,11 @@ ThreadStart::ThreadStart(ThreadRoutine routine, void* argument) noexcept
     : m_routine(routine), m_argument(argument) {
   QIV_TRACEINFO trace;
   if (TraceInfo().getTraceInfo(&trace) != QIV_OK) return;
+  m_routine = nullptr;
   m_record.reset(static_cast<StartRecord*>(std::calloc(1, sizeof(StartRecord))));
-  m_routine = m_record ? pfnThreadStartAddress : nullptr;
-  m_argument = m_record.get();
   if (!m_record) return;
+  m_routine = pfnThreadStartAddress;
+  m_argument = m_record.get();
   m_record->trace = trace;
   m_record->routine = routine;
   m_record->argument = argument;

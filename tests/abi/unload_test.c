@@ -135,8 +135,11 @@ static void StartAndStop(void* library) {
   if (stop() != 0) Fail("QIV_Fini failed");
 }
 
+static Function g_getSelfId;
+
 static void* CountRun(void* counter) {
   ++*(int*)counter;
+  if (g_getSelfId() == 0) Fail("the thread has no id");
   return NULL;
 }
 
@@ -147,6 +150,8 @@ static void RunThread(void* library) {
   unsigned int id;
   FindFunction(library, "QIV_Thread_Create", &create);
   FindFunction(library, "QIV_Thread_Wait", &wait);
+  FindFunction(library, "QIV_Thread_GetSelfId", &g_getSelfId);
+  if (g_getSelfId() == 0) Fail("the main thread has no id");
   id = create(CountRun, &runs, 0, 0, 0, 0);
   if (id == 0xFFFFFFFFu) Fail("QIV_Thread_Create failed");
   if (wait(id) != 0 || runs != 1) Fail("the thread has not run");

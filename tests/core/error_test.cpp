@@ -70,6 +70,28 @@ TEST_F(ErrorTest, SlotHoldsTheCodeItself) {
   EXPECT_EQ(0, qiv::g_bQivCreateTlsKeySuccess.load());
 }
 
+TEST_F(ErrorTest, DestroyingWithoutAStoreTouchesNobodysKey) {
+  ASSERT_EQ(0, qiv::CreateTlsKey());
+  ASSERT_EQ(0, qiv::DestroyTlsKey());
+  pthread_key_t bystander;  // likely to get the number that has become free
+  ASSERT_EQ(0, pthread_key_create(&bystander, nullptr));
+  int value = 0;
+  ASSERT_EQ(0, pthread_setspecific(bystander, &value));
+  EXPECT_EQ(EINVAL, qiv::DestroyTlsKey());
+  EXPECT_EQ(&value, pthread_getspecific(bystander));
+  EXPECT_EQ(0, pthread_key_delete(bystander));
+}
+
+TEST_F(ErrorTest, EveryStartAsksForANewKey) {
+  ASSERT_EQ(0, QIV_InitError_Inter());
+  ASSERT_EQ(0, QIV_SetLastError(5));
+  const pthread_key_t first = qiv::g_cQivTlsKey.load();
+  EXPECT_EQ(0, QIV_InitError_Inter());
+  EXPECT_EQ(0u, QIV_GetLastError()) << "kept: the slot of the new key is empty";
+  EXPECT_EQ(0, QIV_FiniError_Inter());
+  EXPECT_EQ(0, pthread_key_delete(first));
+}
+
 TEST_F(ErrorTest, WithoutAStoreTheSlotIsNullAndCannotBeSet) {
   EXPECT_EQ(nullptr, qiv::GetTlsValue());
   EXPECT_EQ(EINVAL, qiv::SetTlsValue(nullptr));

@@ -1,6 +1,7 @@
 #include <qiv/library.h>
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qiv/error.h>
 
 #include <csignal>
@@ -41,12 +42,27 @@ TEST_F(LibraryTest, StopWithoutAStartIsKeptWrappingTheCount) {
   EXPECT_EQ(0, QIV_Fini());
 }
 
-TEST_F(LibraryTest, StopAfterAnUnmatchedStopTearsNothingDown) {
-  ASSERT_EQ(0, QIV_Init());
-  ASSERT_EQ(0, QIV_Fini());
+TEST_F(LibraryTest, AnUnmatchedStopTearsNothingDown) {
+  ASSERT_EQ(0, QIV_InitError_Inter());  // as if a start had been lost
   ASSERT_EQ(0, QIV_Fini());
   EXPECT_EQ(0xFFFFFFFFu, StartCount());
+  EXPECT_EQ(0, QIV_SetLastError(1));
+  EXPECT_EQ(0, QIV_FiniError_Inter());
   EXPECT_EQ(0, QIV_Init());
+}
+
+TEST_F(LibraryTest, AFailedStartLeavesTheCountAndTheNextOneRunsTheWholeSequence) {
+  std::vector<pthread_key_t> keys;  // every one, so that the last-error store cannot start
+  pthread_key_t key;
+  while (pthread_key_create(&key, nullptr) == 0) keys.push_back(key);
+  EXPECT_EQ(-1, QIV_Init());
+  EXPECT_EQ(0u, StartCount());
+  EXPECT_EQ(-1, QIV_SetLastError(1));
+  for (const pthread_key_t taken : keys) pthread_key_delete(taken);
+  EXPECT_EQ(0, QIV_Init());
+  EXPECT_EQ(1u, StartCount());
+  EXPECT_EQ(0, QIV_SetLastError(1));
+  EXPECT_EQ(0, QIV_Fini());
 }
 
 TEST_F(LibraryTest, StartAndStopAlternateAnyNumberOfTimes) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <ctime>
 #include <type_traits>
 
 #include "support/leak_check.h"
@@ -49,10 +51,14 @@ TEST_F(MutexTest, RecursiveMutexTakenTwiceNeedsTwoUnlocks) {
   EXPECT_EQ(0, RunInThread(tryElsewhere).Get());
 }
 
-TEST_F(MutexTest, NormalMutexIsNotTakenTwice) {
+TEST_F(MutexTest, SecondLockOfANormalMutexWaitsForEver) {
   ASSERT_EQ(0, QIV_MutexCreate(&m_mutex, 0));
   ASSERT_EQ(0, QIV_MutexLock(&m_mutex));
   EXPECT_EQ(-1, QIV_MutexTryLock(&m_mutex));
+  timespec limit = {};
+  clock_gettime(CLOCK_REALTIME, &limit);
+  ++limit.tv_sec;
+  EXPECT_EQ(ETIMEDOUT, pthread_mutex_timedlock(&m_mutex, &limit)) << "no error check, no recursion";
   EXPECT_EQ(0, QIV_MutexUnlock(&m_mutex));
 }
 

@@ -153,6 +153,27 @@ TEST_F(TableThreadIdsTest, SecondJoinerFailsAtOnceAndPriorityIsRefusedDuringAJoi
   EXPECT_EQ(0, joiner.Get());
 }
 
+TEST_F(TableThreadIdsTest, ThreadThatIsBeingJoinedMaySetItsOwnPriority) {
+  struct Shared {
+    Latch latch;
+    int result = -2;
+  } shared;
+  const unsigned int id = TableThreadIds::Create(
+      nullptr,
+      [](void* argument) -> void* {
+        auto* const self = static_cast<Shared*>(argument);
+        WaitForLatch(&self->latch);
+        self->result = TableThreadIds::SetPriority(TableThreadIds::Self(), 0);
+        return nullptr;
+      },
+      &shared);
+  auto joiner = RunInThread([id] { return TableThreadIds::Join(id); });
+  ASSERT_TRUE(Eventually([id] { return TableThreadIds::SetPriority(id, 0) == -1; }));
+  shared.latch.Open();
+  EXPECT_EQ(0, joiner.Get());
+  EXPECT_EQ(0, shared.result);
+}
+
 TEST_F(TableThreadIdsTest, MainThreadHasAnId) {
   const unsigned int id = TableThreadIds::Self();
   EXPECT_NE(0u, id);
