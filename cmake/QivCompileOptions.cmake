@@ -26,3 +26,7 @@ if(QIV_SANITIZE)
   add_compile_options(-fsanitize=${QIV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QIV_SANITIZE})
 endif()
+
+if(QIV_BUILD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # the library tells the fuzzer what it reaches
+endif()
