@@ -128,7 +128,10 @@ QIV_API int QIV_AsyncIO_UnBindIOHandleEx(int socket, QIV_HANDLE queue) QIV_NOEXC
 #if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 202311L)
 QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx(...) QIV_NOEXCEPT;
 #else
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wstrict-prototypes"
 QIV_API int QIV_AsyncIO_BindCallBackToIOHandleEx();
+#pragma GCC diagnostic pop
 #endif
 
 /**

@@ -16,8 +16,9 @@ QIV_EXTERN_C_BEGIN
  * Formats one message and writes it to standard error, followed by a line feed. The line feed is
  * added to a message that ends in one, too.
  *
- * At most 5117 characters of the message are written. A message that cannot be formatted is
- * replaced by "QIV_OutputDebug error,input parameter is too long!!!", without a line feed.
+ * A message is cut to 5117 characters; one of exactly 5118 then lacks its line feed. A message that
+ * cannot be formatted is replaced by "QIV_OutputDebug error,input parameter is too long!!!",
+ * without a line feed.
  *
  * @param format  conversions of printf(); null counts as a message that cannot be formatted
  * @return the result of fputs(): not negative, or EOF when standard error cannot be written
@@ -64,8 +65,11 @@ QIV_API void qiv2_log(...) QIV_NOEXCEPT;
 #else
 
 /* C99 takes any arguments only through declarations without a prototype. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wstrict-prototypes"
 QIV_API void QIV_Debug();
 QIV_API void qiv2_log();
+#pragma GCC diagnostic pop
 
 #endif
 

@@ -157,12 +157,13 @@ QIV_API int QIV_StringFromUUID(const QIV_UUID_T* id, char* buf, int size) QIV_NO
  * Takes a snapshot of the counters of every configured processor.
  *
  * Records follow the order of the kernel's lines. A processor that is offline has no line there:
- * the records behind it move up, and the last ones hold zeros.
+ * the records behind it move up, and lines of other figures, which follow, fill the last records
+ * with zeros. Where too few of them follow, the snapshot fails.
  *
  * @param out   receives one record per configured processor; null only asks for the size
  * @param size  in: bytes of `out`; out: bytes needed. Null is refused
- * @return 0; -1 when a pointer is null, `*size` is too small or the counters cannot be read.
- *         Records that were read keep their values
+ * @return 0; -1 when a pointer is null, `*size` is too small, or the counters cannot be read or
+ *         have fewer lines than there are processors. Records that were read keep their values
  * @par Errors         errno of the last system call
  * @par Thread safety  any threads
  * @par System         proc(5), /proc/stat
@@ -188,11 +189,13 @@ QIV_API int QIV_GetMemoryStatus(QIV_MEMORY_STATUS_T* out) QIV_NOEXCEPT;
 /**
  * Takes a snapshot of one network interface. A counter above 2147483647 is stored as 2147483647.
  *
- * An interface whose driver does not tell its speed counts as one of 1000 Mbit/s.
+ * An interface whose driver does not tell its speed counts as one of 1000 Mbit/s. A driver that
+ * answers that the speed is unknown gives 65535 Mbit/s.
  *
  * @param rec  names the interface and receives the snapshot; null is refused
- * @return 0; -1 when `rec` is null, no socket can be opened or there is no such interface (the link
- *         speed is then written already)
+ * @return 0; -1 when `rec` is null or no socket can be opened. Also -1, with the link speed
+ *         written, when the counters cannot be read, no line names the interface or its line is
+ *         incomplete
  * @par Errors         errno of the last system call
  * @par Thread safety  any threads
  * @par System         proc(5), /proc/net/dev; netdevice(7), SIOCETHTOOL
@@ -204,8 +207,9 @@ QIV_API int QIV_GetNetWorkFlowData(QIV_NETFLOW_T* rec) QIV_NOEXCEPT;
  * Takes a snapshot of one network interface in 64 bits; see QIV_GetNetWorkFlowData().
  *
  * @param rec  names the interface and receives the snapshot; null is refused
- * @return 0; -1 when `rec` is null, no socket can be opened or there is no such interface (the link
- *         speed is then written already)
+ * @return 0; -1 when `rec` is null or no socket can be opened. Also -1, with the link speed
+ *         written, when the counters cannot be read, no line names the interface or its line is
+ *         incomplete
  * @par Errors         errno of the last system call
  * @par Thread safety  any threads
  * @par System         proc(5), /proc/net/dev; netdevice(7), SIOCETHTOOL

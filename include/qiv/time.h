@@ -3,7 +3,11 @@
  * Calendar time: now, ticks, broken-down records, texts.
  *
  * Absolute time is a QIV_TIME_T, microseconds since 1970-01-01 00:00:00 UTC, negative before it.
- * Ticks are milliseconds of the monotonic clock. No function here sets a last error or prints.
+ * Ticks are milliseconds of the monotonic clock. No function here sets a last error, prints or is a
+ * cancellation point.
+ *
+ * The local zone is that of the environment variable TZ. A TZ changed by setenv() is sure to count
+ * only after a call of tzset().
  */
 #ifndef QIV_TIME_H
 #define QIV_TIME_H
@@ -125,9 +129,8 @@ QIV_API int QIV_ExpTimeFromTimeGMT(QIV_TIME_T time, QIV_TIME_EXP_T* out) QIV_NOE
  * @return 0; -1 when `out` is null, the platform cannot represent the year (`out` untouched), or
  *         the clock or its zone cannot be read
  * @par Errors         no errno of its own
- * @par Thread safety  any threads, but it calls gmtime(), whose result other callers of gmtime()
- *                     share
- * @par System         localtime_r(3), gettimeofday(2), time(2), mktime(3), gmtime(3)
+ * @par Thread safety  any threads, while none changes TZ
+ * @par System         localtime_r(3), gettimeofday(2), time(2), mktime(3), gmtime_r(3)
  */
 QIV_API int QIV_ExpTimeFromTimeLocal(QIV_TIME_T time, QIV_TIME_EXP_T* out) QIV_NOEXCEPT;
 
@@ -163,8 +166,8 @@ QIV_API int QIV_TimeFromExpTimeGMT(const QIV_TIME_EXP_T* in, QIV_TIME_T* out) QI
 /**
  * Writes a time in the local zone as "Thu Jan 01 00:00:00 1970": 24 characters and a NUL.
  *
- * The year has four characters; beyond 9999 its first one lies past '9'. A time that cannot be
- * broken down gives "Sun Jan 00 00:00:00 1900".
+ * The year has four characters, which mean something for the years 0 to 9999 only: outside of them
+ * some are no digits. A time that cannot be broken down gives "Sun Jan 00 00:00:00 1900".
  *
  * @param buffer  at least 25 bytes; null is refused
  * @param time    absolute time

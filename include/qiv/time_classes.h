@@ -2,6 +2,9 @@
  * @file
  * Two value classes: a time stamp in microseconds, and a calendar time in seconds with its fields
  * in the local zone. Both read the wall clock. Exist in C++ only.
+ *
+ * The local zone is that of the environment variable TZ. A TZ changed by setenv() is sure to count
+ * only after a call of tzset().
  */
 #ifndef QIV_TIME_CLASSES_H
 #define QIV_TIME_CLASSES_H
@@ -110,12 +113,10 @@ class QIV_API qiv_time {
 
   /** Adds the other's seconds; a sum beyond time_t wraps. */
   qiv_time& operator+=(const qiv_time& other) noexcept;
-  /** Subtracts the other's seconds; a negative result becomes 0. */
+  /** Subtracts the other's seconds; a result below 0 or beyond time_t becomes 0. */
   qiv_time& operator-=(const qiv_time& other) noexcept;
 
  private:
-  void Set(time_t seconds) noexcept;
-
   time_t m_seconds;
   tm m_fields;
 };

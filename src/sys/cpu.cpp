@@ -5,8 +5,6 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
-#include <exception>
-#include <fstream>
 
 #include "base/no_cancellation.h"
 #include "sys/proc_files.h"
@@ -54,13 +52,14 @@ void PutCounters(const qiv_uint64 (&columns)[kColumns], QIV_CPU_STAT_T* out) {
 
 }  // namespace
 
-bool ReadProcessors(std::istream& stat, unsigned int count, QIV_CPU_STAT_T* out) {
-  std::string line;
-  std::getline(stat, line);
+bool ReadProcessors(std::FILE* stat, unsigned int count, QIV_CPU_STAT_T* out) noexcept {
+  LineReader lines(stat);
+  lines.Next();
   for (unsigned int i = 0; i < count; ++i) {
-    if (!std::getline(stat, line)) return false;
+    const char* const line = lines.Next();
+    if (line == nullptr) return false;
     qiv_uint64 columns[kColumns] = {};
-    ScanProcessor(line.c_str(), i, columns);
+    ScanProcessor(line, i, columns);
     PutCounters(columns, &out[i]);
   }
   return true;
@@ -86,12 +85,9 @@ int QIV_GetCPUPerformance(QIV_CPU_STAT_T* out, unsigned int* size) noexcept {
   *size = needed;
   if (!fits || out == nullptr) return QIV_ERROR;
   const qiv::base::NoCancellation noCancellation;
-  try {
-    std::ifstream stat(qiv::kStatFile);
-    return stat && qiv::ReadProcessors(stat, count, out) ? QIV_OK : QIV_ERROR;
-  } catch (const std::exception&) {
-    return QIV_ERROR;
-  }
+  const qiv::ProcFile stat(qiv::kStatFile);
+  if (stat.Get() == nullptr) return QIV_ERROR;
+  return qiv::ReadProcessors(stat.Get(), count, out) ? QIV_OK : QIV_ERROR;
 }
 
 }  // extern "C"

@@ -3,8 +3,6 @@
 
 #include <cstddef>
 #include <cstring>
-#include <exception>
-#include <fstream>
 
 #include "base/no_cancellation.h"
 #include "sys/proc_files.h"
@@ -27,10 +25,10 @@ struct Figure {
 };
 
 // Takes the line's figure when the line carries `figure->key`.
-bool Scan(const std::string& line, Figure* figure) {
+bool Scan(const char* line, Figure* figure) {
   const std::size_t keyLength = std::strlen(figure->key);
-  if (line.compare(0, keyLength, figure->key) != 0 || line[keyLength] != ':') return false;
-  const char* cursor = line.c_str() + keyLength + 1;
+  if (std::strncmp(line, figure->key, keyLength) != 0 || line[keyLength] != ':') return false;
+  const char* cursor = line + keyLength + 1;
   qiv_uint64 units = 0;
   if (!ScanNumber(&cursor, &units)) return false;
   figure->bytes = units * kBytesPerUnit;
@@ -40,15 +38,17 @@ bool Scan(const std::string& line, Figure* figure) {
 
 }  // namespace
 
-bool ReadMemory(std::istream& meminfo, QIV_MEMORY_STATUS_T* out) {
+bool ReadMemory(std::FILE* meminfo, QIV_MEMORY_STATUS_T* out) noexcept {
   enum { kTotal, kAvailable, kFree, kBuffers, kCached, kSwapTotal, kSwapFree };
   Figure figures[] = {{"MemTotal"}, {"MemAvailable"}, {"MemFree"}, {"Buffers"},
                       {"Cached"},   {"SwapTotal"},    {"SwapFree"}};
   const auto complete = [&figures] {
     return figures[kTotal].seen && figures[kSwapTotal].seen && figures[kSwapFree].seen;
   };
-  std::string line;
-  while (!complete() && std::getline(meminfo, line)) {
+  LineReader lines(meminfo);
+  while (!complete()) {
+    const char* const line = lines.Next();
+    if (line == nullptr) break;
     for (Figure& figure : figures) {
       if (Scan(line, &figure)) break;
     }
@@ -77,12 +77,9 @@ int QIV_GetMemoryStatus(QIV_MEMORY_STATUS_T* out) noexcept {
   if (out == nullptr) return QIV_ERROR;
   *out = {};
   const qiv::base::NoCancellation noCancellation;
-  try {
-    std::ifstream meminfo(qiv::kMemoryFile);
-    return meminfo && qiv::ReadMemory(meminfo, out) ? QIV_OK : QIV_ERROR;
-  } catch (const std::exception&) {
-    return QIV_ERROR;
-  }
+  const qiv::ProcFile meminfo(qiv::kMemoryFile);
+  if (meminfo.Get() == nullptr) return QIV_ERROR;
+  return qiv::ReadMemory(meminfo.Get(), out) ? QIV_OK : QIV_ERROR;
 }
 
 }  // extern "C"

@@ -11,9 +11,6 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
-#include <exception>
-#include <fstream>
-#include <string>
 
 #include "base/no_cancellation.h"
 #include "sys/proc_files.h"
@@ -31,24 +28,28 @@ namespace {
 
 constexpr const char* kDeviceFile = "/proc/net/dev";
 constexpr std::size_t kNameLength = 15;
-static_assert(kNameLength < IFNAMSIZ, "the name and its NUL fit into a request");
+static_assert(kNameLength + 1 <= IFNAMSIZ, "the name and its NUL fit into a request");
 constexpr unsigned int kDefaultMbps = 1000;
 constexpr unsigned int kBitsPerMegabit = 1000000;
 constexpr std::size_t kNumbersPerLine = 16;
 
-template <class Record>
-std::string NameOf(const Record& record) {
-  return {record.szName, strnlen(record.szName, kNameLength)};
-}
+struct Name {
+  // What the record names; the last byte stays NUL.
+  explicit Name(const char* recorded) {
+    std::memcpy(text, recorded, strnlen(recorded, kNameLength));
+  }
+
+  char text[kNameLength + 1] = {};
+};
 
 // Mbit/s as the driver tells it; false without a socket to ask it through.
-bool AskLinkSpeed(const std::string& name, unsigned int* mbps) {
+bool AskLinkSpeed(const Name& name, unsigned int* mbps) {
   const int socketFd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (socketFd == -1) return false;
   ethtool_cmd settings = {};
   settings.cmd = ETHTOOL_GSET;
   ifreq request = {};
-  name.copy(request.ifr_name, kNameLength);
+  std::memcpy(request.ifr_name, name.text, sizeof name.text);
   request.ifr_data = reinterpret_cast<char*>(&settings);
   const bool told = ioctl(socketFd, SIOCETHTOOL, &request) == 0;
   // Kept: the low 16 bits of the speed only.
@@ -57,9 +58,9 @@ bool AskLinkSpeed(const std::string& name, unsigned int* mbps) {
   return true;
 }
 
-bool ReadCounters(const std::string& name, InterfaceCounters* counters) {
-  std::ifstream dev(kDeviceFile);
-  return dev && ReadInterface(dev, name, counters);
+bool ReadCounters(const Name& name, InterfaceCounters* counters) {
+  const ProcFile dev(kDeviceFile);
+  return dev.Get() != nullptr && ReadInterface(dev.Get(), name.text, counters);
 }
 
 unsigned int Saturated(qiv_uint64 value) {
@@ -67,26 +68,17 @@ unsigned int Saturated(qiv_uint64 value) {
 }
 
 template <class Record>
-bool Fill(Record* record) {
-  const std::string name = NameOf(*record);
-  unsigned int mbps = 0;
-  if (!AskLinkSpeed(name, &mbps)) return false;
-  PutLinkSpeed(mbps, record);
-  InterfaceCounters counters = {};
-  if (!ReadCounters(name, &counters)) return false;
-  PutCounters(counters, record);
-  return true;
-}
-
-template <class Record>
 int TakeSnapshot(Record* record) noexcept {
   if (record == nullptr) return QIV_ERROR;
   const base::NoCancellation noCancellation;
-  try {
-    return Fill(record) ? QIV_OK : QIV_ERROR;
-  } catch (const std::exception&) {
-    return QIV_ERROR;
-  }
+  const Name name(record->szName);
+  unsigned int mbps = 0;
+  if (!AskLinkSpeed(name, &mbps)) return QIV_ERROR;
+  PutLinkSpeed(mbps, record);
+  InterfaceCounters counters = {};
+  if (!ReadCounters(name, &counters)) return QIV_ERROR;
+  PutCounters(counters, record);
+  return QIV_OK;
 }
 
 }  // namespace
@@ -114,15 +106,15 @@ void PutCounters(const InterfaceCounters& counters, QIV_NETFLOW_EX_T* out) noexc
   out->ullSendPackets = counters.sendPackets;
 }
 
-bool ReadInterface(std::istream& dev, const std::string& name, InterfaceCounters* out) {
-  std::string line;
-  while (std::getline(dev, line)) {
-    const std::size_t colon = line.find(':');
-    if (colon == std::string::npos) continue;
-    const std::size_t start = line.find_first_not_of(" \t");
-    if (line.compare(start, colon - start, name) != 0) continue;
+bool ReadInterface(std::FILE* dev, const char* name, InterfaceCounters* out) noexcept {
+  const std::size_t nameLength = std::strlen(name);
+  LineReader lines(dev);
+  for (const char* line = lines.Next(); line != nullptr; line = lines.Next()) {
+    line += std::strspn(line, " \t");
+    if (std::strcspn(line, ":") != nameLength || line[nameLength] != ':') continue;
+    if (std::strncmp(line, name, nameLength) != 0) continue;
     qiv_uint64 numbers[kNumbersPerLine] = {};
-    const char* cursor = line.c_str() + colon + 1;
+    const char* cursor = line + nameLength + 1;
     for (qiv_uint64& number : numbers) {
       if (!ScanNumber(&cursor, &number)) return false;
     }

@@ -11,6 +11,18 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace
 
+ProcFile::ProcFile(const char* path) noexcept : m_stream(std::fopen(path, "re")) {}
+
+ProcFile::~ProcFile() {
+  if (m_stream != nullptr) std::fclose(m_stream);
+}
+
+LineReader::~LineReader() { std::free(m_line); }
+
+const char* LineReader::Next() noexcept {
+  return getline(&m_line, &m_capacity, m_stream) == -1 ? nullptr : m_line;
+}
+
 bool ScanNumber(const char** cursor, qiv_uint64* number) noexcept {
   const char* at = *cursor;
   while (IsBlank(*at)) ++at;

@@ -5,10 +5,42 @@
 
 #include <qiv/system.h>
 
-#include <istream>
-#include <string>
+#include <cstddef>
+#include <cstdio>
 
 namespace qiv {
+
+/** A file open for reading; no child process inherits it. */
+class ProcFile {
+ public:
+  explicit ProcFile(const char* path) noexcept;
+  ~ProcFile();
+  ProcFile(const ProcFile&) = delete;
+  ProcFile& operator=(const ProcFile&) = delete;
+
+  /** Null when the file could not be opened. */
+  std::FILE* Get() const noexcept { return m_stream; }
+
+ private:
+  std::FILE* m_stream;
+};
+
+/** Reads a stream line by line. */
+class LineReader {
+ public:
+  explicit LineReader(std::FILE* stream) noexcept : m_stream(stream) {}
+  ~LineReader();
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
+
+  /** The next line with its end, valid until the next call; null at the end or without memory. */
+  const char* Next() noexcept;
+
+ private:
+  std::FILE* m_stream;
+  char* m_line = nullptr;
+  std::size_t m_capacity = 0;
+};
 
 /**
  * Reads a decimal number at `*cursor`, blanks in front of it skipped, and moves `*cursor` behind
@@ -21,14 +53,14 @@ bool ScanNumber(const char** cursor, qiv_uint64* number) noexcept;
  *
  * @return false when the file ends before; records read so far are filled
  */
-bool ReadProcessors(std::istream& stat, unsigned int count, QIV_CPU_STAT_T* out);
+bool ReadProcessors(std::FILE* stat, unsigned int count, QIV_CPU_STAT_T* out) noexcept;
 
 /**
  * Reads /proc/meminfo into a zeroed record.
  *
  * @return false when the file lacks the total memory, the swap space or the free swap space
  */
-bool ReadMemory(std::istream& meminfo, QIV_MEMORY_STATUS_T* out);
+bool ReadMemory(std::FILE* meminfo, QIV_MEMORY_STATUS_T* out) noexcept;
 
 struct InterfaceCounters {
   qiv_uint64 recvBytes;
@@ -42,7 +74,7 @@ struct InterfaceCounters {
  *
  * @return false when no line names it, or its line lacks numbers; `out` is then untouched
  */
-bool ReadInterface(std::istream& dev, const std::string& name, InterfaceCounters* out);
+bool ReadInterface(std::FILE* dev, const char* name, InterfaceCounters* out) noexcept;
 
 /** Stores a speed in Mbit/s, and the bit rate that follows from it modulo the field's width. */
 void PutLinkSpeed(unsigned int mbps, QIV_NETFLOW_T* out) noexcept;

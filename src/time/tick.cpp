@@ -24,8 +24,7 @@ timespec MonotonicClock() {
 }  // namespace
 
 unsigned int TickFrom(const timespec& clock) noexcept {
-  return static_cast<unsigned int>(clock.tv_sec) * kMillisecondsPerSecond +
-         static_cast<unsigned int>(RoundedMilliseconds(clock.tv_nsec));
+  return static_cast<unsigned int>(Tick64From(clock));
 }
 
 qiv_int64 Tick64From(const timespec& clock) noexcept {

@@ -4,6 +4,9 @@
 
 #include <cstddef>
 
+#include "base/no_cancellation.h"
+#include "base/wrapping.h"
+
 static_assert(sizeof(QIV_TIME_EXP_T) == 44, "eleven 32-bit integers");
 static_assert(offsetof(QIV_TIME_EXP_T, tm_sec) == 4, "tm_usec stands in front");
 static_assert(offsetof(QIV_TIME_EXP_T, tm_mday) == 16, "order of the platform's record");
@@ -11,6 +14,10 @@ static_assert(offsetof(QIV_TIME_EXP_T, tm_year) == 24, "order of the platform's 
 static_assert(offsetof(QIV_TIME_EXP_T, tm_gmtoff) == 40, "tm_gmtoff stands behind");
 
 namespace {
+
+using qiv::base::WrappingDifference;
+using qiv::base::WrappingProduct;
+using qiv::base::WrappingSum;
 
 constexpr qiv_int64 kMicrosecondsPerSecond = 1000000;
 constexpr int kMonths = 12;
@@ -21,14 +28,8 @@ constexpr int kMarch = 2;
 constexpr int kDaysFromMarch[kMonths] = {306, 337, 0, 31, 61, 92, 122, 153, 184, 214, 245, 275};
 constexpr qiv_int64 kDaysFromMarch1900ToEpoch = 25508;
 
-// Sums and products of callers' values wrap instead of overflowing.
-qiv_int64 WrappingSum(qiv_int64 a, qiv_int64 b) {
-  return static_cast<qiv_int64>(static_cast<qiv_uint64>(a) + static_cast<qiv_uint64>(b));
-}
-
-qiv_int64 WrappingMicroseconds(qiv_int64 seconds) {
-  return static_cast<qiv_int64>(static_cast<qiv_uint64>(seconds) *
-                                static_cast<qiv_uint64>(kMicrosecondsPerSecond));
+qiv_int64 Microseconds(qiv_int64 seconds) {
+  return WrappingProduct(seconds, kMicrosecondsPerSecond);
 }
 
 // Everything but tm_gmtoff.
@@ -53,9 +54,8 @@ bool CurrentOffset(QIV_INT32* offset) {
   localtime_r(&now, &local);
   local.tm_isdst = 0;
   const time_t asLocal = mktime(&local);
-  const tm* shared = gmtime(&now);
-  if (shared == nullptr) return false;
-  tm utc = *shared;
+  tm utc = {};
+  if (gmtime_r(&now, &utc) == nullptr) return false;
   *offset = static_cast<QIV_INT32>(asLocal - mktime(&utc));
   return true;
 }
@@ -71,9 +71,7 @@ qiv_int64 DaysSinceEpoch(const QIV_TIME_EXP_T& record) {
 
 extern "C" {
 
-QIV_TIME_T QIV_TimeFromAnsiTime(qiv_int64 seconds) noexcept {
-  return WrappingMicroseconds(seconds);
-}
+QIV_TIME_T QIV_TimeFromAnsiTime(qiv_int64 seconds) noexcept { return Microseconds(seconds); }
 
 qiv_int64 QIV_AnsiTimeFromTime(QIV_TIME_T time) noexcept { return time / kMicrosecondsPerSecond; }
 
@@ -94,6 +92,7 @@ int QIV_ExpTimeFromTimeGMT(QIV_TIME_T time, QIV_TIME_EXP_T* out) noexcept {
 
 int QIV_ExpTimeFromTimeLocal(QIV_TIME_T time, QIV_TIME_EXP_T* out) noexcept {
   if (out == nullptr) return QIV_ERROR;
+  const qiv::base::NoCancellation noCancellation;
   timeval now = {};
   struct timezone zone = {};
   // Kept: a clock that cannot be read fails the conversion, though its value is not used.
@@ -111,7 +110,7 @@ int QIV_TimeFromExpTime(const QIV_TIME_EXP_T* in, QIV_TIME_T* out) noexcept {
   const qiv_int64 hours = DaysSinceEpoch(*in) * 24 + in->tm_hour;
   const qiv_int64 seconds = (hours * 60 + in->tm_min) * 60 + in->tm_sec;
   if (seconds < 0) return QIV_ERROR;
-  *out = WrappingSum(WrappingMicroseconds(seconds), in->tm_usec);
+  *out = WrappingSum(Microseconds(seconds), in->tm_usec);
   return QIV_OK;
 }
 
@@ -119,7 +118,7 @@ int QIV_TimeFromExpTimeGMT(const QIV_TIME_EXP_T* in, QIV_TIME_T* out) noexcept {
   if (in == nullptr || out == nullptr) return QIV_ERROR;
   // Kept: a record that cannot be converted is a success that leaves `out` untouched.
   if (QIV_TimeFromExpTime(in, out) != QIV_OK) return QIV_OK;
-  *out = WrappingSum(*out, -WrappingMicroseconds(in->tm_gmtoff));
+  *out = WrappingDifference(*out, Microseconds(in->tm_gmtoff));
   return QIV_OK;
 }
 

@@ -1,28 +1,19 @@
 // The time classes: a stamp in microseconds and a calendar time in seconds.
 #include <qiv/time_classes.h>
 
-#include <cstddef>
+#include "base/no_cancellation.h"
+#include "base/wrapping.h"
 
 namespace qiv {
 namespace {
 
+using base::WrappingDifference;
+using base::WrappingProduct;
+using base::WrappingSum;
+
 constexpr long long kMillisecondsPerSecond = 1000;
 constexpr long long kMicrosecondsPerMillisecond = 1000;
 constexpr long long kMicrosecondsPerSecond = 1000000;
-
-unsigned long long Unsigned(long long value) { return static_cast<unsigned long long>(value); }
-
-long long WrappingSum(long long a, long long b) {
-  return static_cast<long long>(Unsigned(a) + Unsigned(b));
-}
-
-long long WrappingDifference(long long a, long long b) {
-  return static_cast<long long>(Unsigned(a) - Unsigned(b));
-}
-
-long long WrappingProduct(long long a, long long b) {
-  return static_cast<long long>(Unsigned(a) * Unsigned(b));
-}
 
 // value / unit, rounded half up. Adding half a unit to the whole value could overflow.
 long long RoundedQuotient(long long value, long long unit) {
@@ -40,6 +31,15 @@ timeval* PutTimeval(long long value, long long unitsPerSecond, timeval* out) {
   out->tv_sec = static_cast<time_t>(value / unitsPerSecond);
   out->tv_usec = static_cast<suseconds_t>(value % unitsPerSecond * microsecondsPerUnit);
   return out;
+}
+
+// Zeros when the platform cannot represent the year.
+tm LocalFields(time_t seconds) {
+  const base::NoCancellation noCancellation;
+  tm fields = {};
+  // A failed conversion may leave some fields written.
+  if (localtime_r(&seconds, &fields) == nullptr) return {};
+  return fields;
 }
 
 }  // namespace
@@ -113,18 +113,23 @@ bool operator>(const qiv_time_tick& a, const qiv_time_tick& b) noexcept {
   return a.get_time() > b.get_time();
 }
 
-qiv_time::qiv_time() noexcept { now(); }
-qiv_time::qiv_time(long long seconds) noexcept { Set(static_cast<time_t>(seconds)); }
+qiv_time::qiv_time() noexcept : qiv_time(static_cast<long long>(time(nullptr))) {}
+
+qiv_time::qiv_time(long long seconds) noexcept
+    : m_seconds(static_cast<time_t>(seconds)), m_fields(LocalFields(m_seconds)) {}
+
 qiv_time::qiv_time(const qiv_time& other) noexcept = default;
 qiv_time::~qiv_time() = default;
 
 qiv_time& qiv_time::operator=(const qiv_time& other) noexcept {
-  Set(other.m_seconds);
+  m_seconds = other.m_seconds;
+  m_fields = LocalFields(m_seconds);
   return *this;
 }
 
 long long qiv_time::now() noexcept {
-  Set(time(nullptr));
+  m_seconds = time(nullptr);
+  m_fields = LocalFields(m_seconds);
   return m_seconds;
 }
 
@@ -147,26 +152,24 @@ int qiv_time::get_year_day() const noexcept { return m_fields.tm_yday; }
 
 tm* qiv_time::time2tm(long long seconds, tm* out) noexcept {
   if (out == nullptr || seconds < 0) return nullptr;
+  const base::NoCancellation noCancellation;
   const auto narrowed = static_cast<time_t>(seconds);
   return localtime_r(&narrowed, out);
 }
 
 qiv_time& qiv_time::operator+=(const qiv_time& other) noexcept {
-  Set(static_cast<time_t>(WrappingSum(m_seconds, other.m_seconds)));
+  m_seconds = static_cast<time_t>(WrappingSum(m_seconds, other.m_seconds));
+  m_fields = LocalFields(m_seconds);
   return *this;
 }
 
 qiv_time& qiv_time::operator-=(const qiv_time& other) noexcept {
+  const bool isNegative = m_seconds < other.m_seconds;
   const auto difference = static_cast<time_t>(WrappingDifference(m_seconds, other.m_seconds));
-  Set(difference < 0 ? 0 : difference);
+  // A positive difference beyond time_t has wrapped below zero.
+  m_seconds = isNegative || difference < 0 ? 0 : difference;
+  m_fields = LocalFields(m_seconds);
   return *this;
-}
-
-void qiv_time::Set(time_t seconds) noexcept {
-  m_seconds = seconds;
-  m_fields = {};
-  // A failed conversion may leave some fields written.
-  if (localtime_r(&m_seconds, &m_fields) == nullptr) m_fields = {};
 }
 
 bool operator==(const qiv_time& a, const qiv_time& b) noexcept {

@@ -8,6 +8,8 @@
 #include <exception>
 #include <string>
 
+#include "base/no_cancellation.h"
+
 namespace {
 
 constexpr char kMonthNames[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
@@ -130,6 +132,7 @@ int QIV_StrFmtTime(char* out, size_t* length, size_t capacity, const char* forma
 unsigned int win32_strftime_extra(char* s, unsigned int max, const char* format,
                                   const struct tm* tm) noexcept {
   if (s == nullptr || max == 0 || format == nullptr || tm == nullptr) return 0;
+  const qiv::base::NoCancellation noCancellation;
   try {
     std::string rewritten;
     std::size_t length = 0;

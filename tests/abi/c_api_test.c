@@ -139,7 +139,13 @@ static void UseAsyncIo(void) {
   CHECK(QIV_SemDestroy(&g_received) == 0);
 }
 
-static void UseDebug(void) { (void)QIV_OutputDebug("a line of the %s program", "C"); }
+static void UseDebug(void) {
+  (void)QIV_OutputDebug("a line of the %s program", "C");
+  QIV_Debug();
+  QIV_Debug("%d %s", 1, "and more", 2.5);
+  qiv2_log(1);
+  qiv2_log("one", 2, 2.5);
+}
 
 static void UseSystem(void) {
   QIV_UUID_T id;

@@ -35,6 +35,12 @@ class InterruptingSignals {
   InterruptingSignals(const InterruptingSignals&) = delete;
   InterruptingSignals& operator=(const InterruptingSignals&) = delete;
 
+  /** Waits until a signal has come, so that a wait that begins now gets the next ones. */
+  static void WaitForTheFirst() {
+    while (Count() == 0) std::this_thread::yield();
+  }
+
+  /** Signals that the thread has taken so far. */
   static int Count() { return g_count.load(std::memory_order_relaxed); }
 
  private:

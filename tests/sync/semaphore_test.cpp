@@ -1,9 +1,8 @@
 #include <qiv/semaphore.h>
 
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -12,12 +11,14 @@
 #include <type_traits>
 #include <vector>
 
+#include "support/interrupting_signals.h"
 #include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
 
 namespace {
 
+using qiv::test::InterruptingSignals;
 using qiv::test::Latch;
 using qiv::test::RunInThread;
 using Clock = std::chrono::steady_clock;
@@ -28,33 +29,32 @@ double MillisecondsSince(Clock::time_point start) {
 
 double LimitMs() { return static_cast<double>(qiv::test::TestLimit().count()); }
 
-// Sends SIGUSR1 to the thread that made it, again and again, until it is told to stop.
-class SignalStorm {
- public:
-  SignalStorm() {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
-    const pthread_t target = pthread_self();
-    m_thread = std::thread([this, target] {
-      while (!m_stop.load(std::memory_order_acquire)) {
-        pthread_kill(target, SIGUSR1);
-        m_sent.fetch_add(1, std::memory_order_relaxed);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
-    });
-  }
-  ~SignalStorm() {
-    m_stop.store(true, std::memory_order_release);
-    m_thread.join();
-  }
-  int Sent() const { return m_sent.load(std::memory_order_relaxed); }
+constexpr int kAttempts = 8;
 
- private:
-  std::atomic<bool> m_stop{false};
-  std::atomic<int> m_sent{0};
-  std::thread m_thread;
-};
+// The least of some times: a loaded machine lengthens a few of them, a wrong wait all.
+template <class Function>
+double BestOf(Function millisecondsOfAttempt) {
+  double best = millisecondsOfAttempt();
+  for (int i = 1; i < kAttempts; ++i) best = std::min(best, millisecondsOfAttempt());
+  return best;
+}
+
+// Waits in vain under a storm of signals, anew when a loaded machine let none through.
+template <class Wait>
+void ExpectSignalsLetItWait(int ms, Wait wait) {
+  const InterruptingSignals signals(std::chrono::milliseconds(1));
+  InterruptingSignals::WaitForTheFirst();
+  int came = 0;
+  for (int i = 0; i < kAttempts && came == 0; ++i) {
+    const int before = InterruptingSignals::Count();
+    const auto start = Clock::now();
+    EXPECT_EQ(-1, wait(ms));
+    EXPECT_GE(MillisecondsSince(start), ms * 0.95);
+    EXPECT_LT(MillisecondsSince(start), LimitMs());
+    came = InterruptingSignals::Count() - before;
+  }
+  EXPECT_GT(came, 0);
+}
 
 class SemaphoreTest : public qiv::test::LeakCheckedTest {
  protected:
@@ -118,27 +118,33 @@ TEST_F(SemaphoreTest, WaitBlocksUntilAPost) {
 }
 
 TEST_F(SemaphoreTest, WaitGoesOnAfterSignals) {
-  const SignalStorm storm;
+  const InterruptingSignals signals(std::chrono::milliseconds(1));
   auto post = RunInThread([&] {
-    while (storm.Sent() < 20) std::this_thread::yield();
+    while (InterruptingSignals::Count() < 20) std::this_thread::yield();
     return QIV_SemPost(&m_sem);
   });
   EXPECT_EQ(0, QIV_SemWait(&m_sem));
-  EXPECT_GE(storm.Sent(), 20);
+  EXPECT_GE(InterruptingSignals::Count(), 20);
   EXPECT_EQ(0, post.Get());
 }
 
 TEST_F(SemaphoreTest, TimedWaitOfZeroOnAZeroSemaphoreFailsAtOnce) {
-  const auto start = Clock::now();
-  EXPECT_EQ(-1, QIV_SemTimedWait(&m_sem, 0));
-  EXPECT_LT(MillisecondsSince(start), LimitMs());
+  const double best = BestOf([&] {
+    const auto start = Clock::now();
+    EXPECT_EQ(-1, QIV_SemTimedWait(&m_sem, 0));
+    return MillisecondsSince(start);
+  });
+  EXPECT_LT(best, 5) << "less than a step of the polling";
 }
 
 TEST_F(SemaphoreTest, TimedWaitFailsAfterItsTime) {
-  const auto start = Clock::now();
-  EXPECT_EQ(-1, QIV_SemTimedWait(&m_sem, 50));
-  EXPECT_GE(MillisecondsSince(start), 50 * 0.95);
-  EXPECT_LT(MillisecondsSince(start), LimitMs());
+  const double best = BestOf([&] {
+    const auto start = Clock::now();
+    EXPECT_EQ(-1, QIV_SemTimedWait(&m_sem, 50));
+    return MillisecondsSince(start);
+  });
+  EXPECT_GE(best, 50 * 0.95);
+  EXPECT_LT(best, 100);
 }
 
 TEST_F(SemaphoreTest, TimedWaitOfOneMillisecondIsKeptAtOneStepOfPolling) {
@@ -160,11 +166,27 @@ TEST_F(SemaphoreTest, TimedWaitReturnsZeroWhenPostedDuringTheWait) {
   }
 }
 
+TEST_F(SemaphoreTest, TimedWaitReturnsSoonAfterThePost) {
+  const double best = BestOf([&] {
+    Latch waiting;
+    auto returned = RunInThread([&] {
+      waiting.Open();
+      EXPECT_EQ(0, QIV_SemTimedWait(&m_sem, 1000000));
+      return Clock::now();
+    });
+    EXPECT_TRUE(waiting.Wait());
+    // Nothing tells that the polling has begun. A post that comes before only makes a good attempt.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const auto posted = Clock::now();
+    EXPECT_EQ(0, QIV_SemPost(&m_sem));
+    return std::chrono::duration<double, std::milli>(returned.Get() - posted).count();
+  });
+  EXPECT_LT(best, 50);
+}
+
 TEST_F(SemaphoreTest, TimedWaitIsNotEndedBySignals) {
-  const SignalStorm storm;
-  const auto start = Clock::now();
-  EXPECT_EQ(-1, QIV_SemTimedWait(&m_sem, 40));
-  EXPECT_GE(MillisecondsSince(start), 40 * 0.95);
+  ExpectSignalsLetItWait(
+      40, [&](int ms) { return QIV_SemTimedWait(&m_sem, static_cast<unsigned int>(ms)); });
 }
 
 TEST_F(SemaphoreTest, EveryPostLetsOneOfManyWaitersGoOn) {
@@ -320,7 +342,7 @@ TEST_F(NamespaceSemTest, WaitBelowZeroBlocksUntilAPost) {
 
 TEST_F(NamespaceSemTest, WaitBelowZeroIsKeptEndedByASignal) {
   qiv::qiv_sem sem;
-  const SignalStorm storm;
+  const InterruptingSignals signals(std::chrono::milliseconds(1));
   errno = 0;
   EXPECT_EQ(-1, sem.wait(-1));
   EXPECT_EQ(EINTR, errno);
@@ -328,12 +350,7 @@ TEST_F(NamespaceSemTest, WaitBelowZeroIsKeptEndedByASignal) {
 
 TEST_F(NamespaceSemTest, TimedWaitFailsAfterItsTimeAndIsNotEndedBySignals) {
   qiv::qiv_sem sem;
-  const SignalStorm storm;
-  const auto start = Clock::now();
-  EXPECT_EQ(-1, sem.wait(40));
-  EXPECT_GE(MillisecondsSince(start), 40 * 0.95);
-  EXPECT_LT(MillisecondsSince(start), LimitMs());
-  EXPECT_GT(storm.Sent(), 0);
+  ExpectSignalsLetItWait(40, [&](int ms) { return sem.wait(ms); });
 }
 
 TEST_F(NamespaceSemTest, TimedWaitReturnsZeroWhenPostedDuringTheWait) {

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "support/failing_allocation.h"
+
 namespace {
 
 // Not every C library knows EUC-CN; without it every result is empty.
@@ -51,6 +53,16 @@ TEST(CharsetTest, LongTextThatGrowsByHalfIsConvertedWhole) {
   }
   EXPECT_EQ(OnThisPlatform(utf8), QIV_A2UTF8(eucCn.c_str()));
   EXPECT_EQ(OnThisPlatform(eucCn), QIV_UTF82A(utf8.c_str()));
+}
+
+TEST(CharsetTest, ShortMemoryGivesAnEmptyText) {
+  const std::string text(1000, 'a');
+  const bool reachesTheBuffer = PlatformHasEucCn();
+  for (std::string (*convert)(const char*) : {QIV_UTF82A, QIV_A2UTF8}) {
+    const qiv::test::FailingAllocation failing(1);
+    EXPECT_EQ("", convert(text.c_str()));
+    EXPECT_EQ(reachesTheBuffer, failing.Happened());
+  }
 }
 
 TEST(CharsetTest, NullGivesAnEmptyText) {

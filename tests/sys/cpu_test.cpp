@@ -4,11 +4,12 @@
 
 #include <climits>
 #include <cstring>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/failing_allocation.h"
 #include "support/leak_check.h"
+#include "support/text_stream.h"
 #include "sys/proc_files.h"
 
 namespace {
@@ -25,8 +26,9 @@ class CpuTest : public qiv::test::LeakCheckedTest {
 };
 
 bool Read(const std::string& text, std::vector<QIV_CPU_STAT_T>* records) {
-  std::istringstream stat(text);
-  return qiv::ReadProcessors(stat, static_cast<unsigned int>(records->size()), records->data());
+  const qiv::test::TextStream stat(text);
+  return qiv::ReadProcessors(stat.Get(), static_cast<unsigned int>(records->size()),
+                             records->data());
 }
 
 std::string Line(unsigned int number, unsigned int user) {
@@ -130,6 +132,15 @@ TEST_F(CpuTest, NullPointersAreRefused) {
   unsigned int size = UINT_MAX;
   EXPECT_EQ(-1, QIV_GetCPUPerformance(nullptr, &size));
   EXPECT_EQ(Needed(), size);
+}
+
+TEST_F(CpuTest, SnapshotNeedsNoMemoryOfTheProgramsAllocator) {
+  auto records = Records(static_cast<std::size_t>(QIV_GetCPUNumber()));
+  unsigned int size = Needed();
+  const qiv::test::FailingAllocation failing(1, qiv::test::FailingFor::kEver);
+  const int result = QIV_GetCPUPerformance(records.data(), &size);
+  EXPECT_FALSE(failing.Happened());
+  EXPECT_EQ(0, result);
 }
 
 TEST_F(CpuTest, SnapshotFillsEveryProcessorAndReportsTheSize) {

@@ -2,10 +2,11 @@
 #include <qiv/system.h>
 
 #include <climits>
-#include <sstream>
 #include <string>
 
+#include "support/failing_allocation.h"
 #include "support/leak_check.h"
+#include "support/text_stream.h"
 #include "sys/proc_files.h"
 
 namespace {
@@ -23,9 +24,9 @@ struct MemoryRow {
 };
 
 void ExpectStatus(const MemoryRow& row) {
-  std::istringstream meminfo(row.text);
+  const qiv::test::TextStream meminfo(row.text);
   QIV_MEMORY_STATUS_T status = {};
-  EXPECT_EQ(row.result, qiv::ReadMemory(meminfo, &status)) << row.name;
+  EXPECT_EQ(row.result, qiv::ReadMemory(meminfo.Get(), &status)) << row.name;
   EXPECT_EQ(row.totalPhys * 1024, status.ullTotalPhys) << row.name;
   EXPECT_EQ(row.availPhys * 1024, status.ullAvailPhys) << row.name;
   EXPECT_EQ(row.totalSwap * 1024, status.ullTotalSwap) << row.name;
@@ -73,15 +74,23 @@ TEST_F(MemoryStatusTest, FiguresOfTheFileFillTheRecord) {
 }
 
 TEST_F(MemoryStatusTest, FiguresBeyond32BitsAreReadWhole) {
-  std::istringstream meminfo(
+  const qiv::test::TextStream meminfo(
       "MemTotal: 18014398509481983 kB\nMemFree: 4294967296 kB\nSwapTotal: 0 kB\nSwapFree: 0 kB\n");
   QIV_MEMORY_STATUS_T status = {};
-  ASSERT_TRUE(qiv::ReadMemory(meminfo, &status));
+  ASSERT_TRUE(qiv::ReadMemory(meminfo.Get(), &status));
   EXPECT_EQ(ULLONG_MAX - 1023, status.ullTotalPhys);
   EXPECT_EQ(4398046511104u, status.ullAvailPhys);
 }
 
 TEST_F(MemoryStatusTest, NullIsRefused) { EXPECT_EQ(-1, QIV_GetMemoryStatus(nullptr)); }
+
+TEST_F(MemoryStatusTest, SnapshotNeedsNoMemoryOfTheProgramsAllocator) {
+  QIV_MEMORY_STATUS_T status = {};
+  const qiv::test::FailingAllocation failing(1, qiv::test::FailingFor::kEver);
+  const int result = QIV_GetMemoryStatus(&status);
+  EXPECT_FALSE(failing.Happened());
+  EXPECT_EQ(0, result);
+}
 
 TEST_F(MemoryStatusTest, SnapshotIsPlausibleAndReservedFieldsAreZero) {
   QIV_MEMORY_STATUS_T status = {1, 2, 3, 4, 5, 6};

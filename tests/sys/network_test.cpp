@@ -1,12 +1,21 @@
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
 #include <qiv/system.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstring>
-#include <sstream>
+#include <fstream>
 #include <string>
+#include <vector>
 
+#include "support/failing_allocation.h"
 #include "support/leak_check.h"
+#include "support/text_stream.h"
 #include "sys/proc_files.h"
 
 namespace {
@@ -50,21 +59,24 @@ TEST_F(NetworkFlowTest, LineOfTheInterfaceIsFound) {
        "eth0", true, ULLONG_MAX, ULLONG_MAX},
       {"not a number", "eth0: x 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n", "eth0", false, 0, 0},
       {"unknown interface", "lo: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n", "eth0", false, 0, 0},
+      {"name with a colon", "eth0:1: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n", "eth0:1", false, 0,
+       0},
       {"empty name", "lo: 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n", "", false, 0, 0},
   };
   for (const InterfaceRow& row : rows) {
-    std::istringstream dev(kHeader + row.text);
+    const qiv::test::TextStream dev(kHeader + row.text);
     qiv::InterfaceCounters counters = {};
-    EXPECT_EQ(row.result, qiv::ReadInterface(dev, row.interface, &counters)) << row.name;
+    EXPECT_EQ(row.result, qiv::ReadInterface(dev.Get(), row.interface, &counters)) << row.name;
     EXPECT_EQ(row.recvBytes, counters.recvBytes) << row.name;
     EXPECT_EQ(row.sendPackets, counters.sendPackets) << row.name;
   }
 }
 
 TEST_F(NetworkFlowTest, CountersAreTheColumns0And1And8And9) {
-  std::istringstream dev("eth0: 100 101 102 103 104 105 106 107 108 109 110 111 112 113 114 115\n");
+  const qiv::test::TextStream dev(
+      "eth0: 100 101 102 103 104 105 106 107 108 109 110 111 112 113 114 115\n");
   qiv::InterfaceCounters counters = {};
-  ASSERT_TRUE(qiv::ReadInterface(dev, "eth0", &counters));
+  ASSERT_TRUE(qiv::ReadInterface(dev.Get(), "eth0", &counters));
   EXPECT_EQ(100u, counters.recvBytes);
   EXPECT_EQ(101u, counters.recvPackets);
   EXPECT_EQ(108u, counters.sendBytes);
@@ -128,6 +140,58 @@ TEST_F(NetworkFlowTest, LoopbackIsReadByBothForms) {
   EXPECT_EQ(1000u, plain.dwLinkSpeedMbps) << "its driver tells no speed";
   EXPECT_EQ(ex.ullRecvBytes, ex.ullSendBytes) << "what it sends comes back";
   EXPECT_GE(ex.ullRecvBytes, plain.dwRecvBytes);
+}
+
+TEST_F(NetworkFlowTest, SnapshotNeedsNoMemoryOfTheProgramsAllocator) {
+  QIV_NETFLOW_T plain = {};
+  std::strcpy(plain.szName, "lo");
+  const qiv::test::FailingAllocation failing(1, qiv::test::FailingFor::kEver);
+  const int result = QIV_GetNetWorkFlowData(&plain);
+  EXPECT_FALSE(failing.Happened());
+  EXPECT_EQ(0, result);
+}
+
+std::vector<std::string> Interfaces() {
+  std::vector<std::string> names;
+  std::ifstream dev("/proc/net/dev");
+  for (std::string line; std::getline(dev, line);) {
+    const std::size_t colon = line.find(':');
+    if (colon == std::string::npos) continue;
+    const std::size_t start = line.find_first_not_of(' ');
+    names.push_back(line.substr(start, colon - start));
+  }
+  return names;
+}
+
+// Mbit/s as the driver tells it; 1000 when it does not.
+unsigned int SpeedOf(const std::string& name) {
+  const int socketFd = socket(AF_INET, SOCK_DGRAM, 0);
+  EXPECT_NE(-1, socketFd);
+  ethtool_cmd settings = {};
+  settings.cmd = ETHTOOL_GSET;
+  ifreq request = {};
+  name.copy(request.ifr_name, IFNAMSIZ - 1);
+  request.ifr_data = reinterpret_cast<char*>(&settings);
+  const int result = ioctl(socketFd, SIOCETHTOOL, &request);
+  close(socketFd);
+  return result == 0 ? settings.speed : 1000;
+}
+
+TEST_F(NetworkFlowTest, SpeedOfEveryInterfaceIsWhatItsDriverTells) {
+  const std::vector<std::string> names = Interfaces();
+  ASSERT_FALSE(names.empty());
+  for (const std::string& name : names) {
+    QIV_NETFLOW_T plain = {};
+    QIV_NETFLOW_EX_T ex = {};
+    name.copy(plain.szName, sizeof plain.szName - 1);
+    name.copy(ex.szName, sizeof ex.szName - 1);
+    EXPECT_EQ(0, QIV_GetNetWorkFlowData(&plain)) << name;
+    EXPECT_EQ(0, QIV_GetNetWorkFlowDataEx(&ex)) << name;
+    const unsigned int speed = SpeedOf(name);
+    EXPECT_EQ(speed, plain.dwLinkSpeedMbps) << name;
+    EXPECT_EQ(speed * 1000000u, plain.dwLinkSpeedBps) << name;
+    EXPECT_EQ(speed * 1000000ull, ex.ullLinkSpeedBps) << name;
+  }
 }
 
 TEST_F(NetworkFlowTest, OnlyFifteenCharactersOfTheNameAreRead) {

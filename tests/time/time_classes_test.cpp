@@ -4,19 +4,16 @@
 #include <qiv/time.h>
 
 #include <climits>
-#include <cstdlib>
 #include <limits>
 #include <type_traits>
+
+#include "support/time_zone.h"
 
 namespace {
 
 using qiv::qiv_time;
 using qiv::qiv_time_tick;
-
-void SetZone(const char* zone) {
-  setenv("TZ", zone, 1);
-  tzset();
-}
+using qiv::test::SetZone;
 
 TEST(TimeTickTest, DefaultIsTheWallClockInMicroseconds) {
   const QIV_TIME_T before = QIV_TimeNow();
@@ -205,11 +202,30 @@ TEST(QivTimeTest, SumMovesTheFieldsToo) {
 
 TEST(QivTimeTest, NegativeDifferenceBecomesZero) {
   SetZone("UTC0");
-  qiv_time time(10);
-  EXPECT_EQ(&time, &(time -= qiv_time(20)));
+  constexpr long long kFirst = std::numeric_limits<time_t>::min();
+  const struct {
+    const char* name;
+    long long value;
+    long long subtracted;
+  } rows[] = {
+      {"ten minus twenty", 10, 20},
+      {"below 32 bits", INT_MIN, 1},
+      {"below the first time", kFirst, 1},
+      {"far below the first time", kFirst, std::numeric_limits<time_t>::max()},
+  };
+  for (const auto& row : rows) {
+    qiv_time time(row.value);
+    EXPECT_EQ(&time, &(time -= qiv_time(row.subtracted))) << row.name;
+    EXPECT_EQ(0, time.get_time()) << row.name;
+    EXPECT_EQ(1970, time.get_year()) << row.name;
+    EXPECT_EQ(0, time.get_sec()) << row.name;
+  }
+}
+
+TEST(QivTimeTest, DifferenceBeyondTheLastTimeBecomesZero) {
+  qiv_time time(std::numeric_limits<time_t>::max());
+  time -= qiv_time(-1);
   EXPECT_EQ(0, time.get_time());
-  EXPECT_EQ(1970, time.get_year());
-  EXPECT_EQ(0, time.get_sec());
 }
 
 TEST(QivTimeTest, PositiveDifferenceMovesTheFieldsToo) {

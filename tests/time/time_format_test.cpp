@@ -3,19 +3,19 @@
 
 #include <climits>
 #include <cstdint>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "support/failing_allocation.h"
+#include "support/time_zone.h"
+
 namespace {
+
+using qiv::test::SetZone;
 
 constexpr qiv_int64 kSecond = 1000000;
 constexpr char kFill = '#';
-
-void SetZone(const char* zone) {
-  setenv("TZ", zone, 1);
-  tzset();
-}
 
 std::string TextOf(QIV_TIME_T time) {
   char buffer[32];
@@ -38,6 +38,19 @@ TEST(CTimeTest, TextHasTheFixedLayout) {
 TEST(CTimeTest, TextShowsTheLocalZone) {
   SetZone("CCC-8");
   EXPECT_EQ("Thu Jan 01 08:00:00 1970", TextOf(0));
+}
+
+TEST(CTimeTest, YearBelow1000HasLeadingZeros) {
+  SetZone("UTC0");
+  for (const qiv_int64 seconds : {-31000000000LL, -50000000000LL, -61500000000LL}) {
+    // Years 987, 385 and 21, but for a narrow time_t.
+    const auto narrowed = static_cast<time_t>(seconds);
+    tm fields = {};
+    ASSERT_NE(nullptr, gmtime_r(&narrowed, &fields));
+    char year[16];
+    std::snprintf(year, sizeof year, "%04d", fields.tm_year + 1900);
+    EXPECT_EQ(year, TextOf(seconds * kSecond).substr(20));
+  }
 }
 
 TEST(CTimeTest, EveryMonthAndDayHasItsName) {
@@ -229,6 +242,15 @@ TEST(StrftimeExtraTest, ReturnsTheCharactersWritten) {
   char out[16];
   EXPECT_EQ(2u, win32_strftime_extra(out, sizeof out, "%e", &fields));
   EXPECT_STREQ("31", out);
+}
+
+TEST(StrftimeExtraTest, ShortMemoryGivesZeroAndWritesNothing) {
+  const tm fields = {};
+  char out[64] = {kFill};
+  const qiv::test::FailingAllocation failing(1);
+  EXPECT_EQ(0u, win32_strftime_extra(out, sizeof out, "%D %T, and a longer text", &fields));
+  EXPECT_TRUE(failing.Happened());
+  EXPECT_EQ(kFill, out[0]);
 }
 
 TEST(StrftimeExtraTest, NullPointersGiveZero) {

@@ -1,22 +1,23 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qiv/time.h>
+#include <qiv/time_classes.h>
 
+#include <algorithm>
 #include <climits>
-#include <cstdint>
-#include <cstdlib>
 #include <limits>
 #include <string>
 
+#include "support/run_in_thread.h"
+#include "support/time_zone.h"
+
 namespace {
+
+using qiv::test::SetZone;
 
 constexpr qiv_int64 kSecond = 1000000;
 constexpr qiv_int64 kHalfYear = 182LL * 86400 * kSecond;
 constexpr int kUntouched = -77;
-
-void SetZone(const char* zone) {
-  setenv("TZ", zone, 1);
-  tzset();
-}
 
 // A zone five hours west of UTC, four while daylight saving is in force, as it is for 60 days
 // around now.
@@ -177,11 +178,12 @@ TEST(TimeFromExpTimeTest, DatesBecomeTimes) {
 }
 
 TEST(TimeFromExpTimeTest, EveryDayOfFourHundredYearsComesBack) {
-  for (qiv_int64 day = 0; day < 146097; ++day) {
+  // A platform's time_t may end before.
+  const auto lastDay = std::min<qiv_int64>(146096, std::numeric_limits<time_t>::max() / 86400);
+  for (qiv_int64 day = 0; day <= lastDay; ++day) {
     const QIV_TIME_T time = day * 86400 * kSecond;
     QIV_TIME_EXP_T record = {};
-    if (QIV_ExpTimeFromTimeGMT(time, &record) != 0 || record.tm_year < 70) break;
-    if (day * 86400 > std::numeric_limits<time_t>::max()) break;
+    ASSERT_EQ(0, QIV_ExpTimeFromTimeGMT(time, &record)) << "day " << day;
     QIV_TIME_T back = kUntouched;
     ASSERT_EQ(0, QIV_TimeFromExpTime(&record, &back));
     ASSERT_EQ(time, back) << "day " << day;
@@ -244,11 +246,50 @@ TEST(TimeFromExpTimeGmtTest, OffsetIsSubtracted) {
   EXPECT_EQ(0, time);
 }
 
+TEST(TimeFromExpTimeGmtTest, OffsetWestOfUtcIsSubtractedToo) {
+  QIV_TIME_EXP_T record = Record(1970, 1, 1, 19, 0, 0);
+  record.tm_gmtoff = -5 * 3600;
+  QIV_TIME_T time = kUntouched;
+  ASSERT_EQ(0, QIV_TimeFromExpTimeGMT(&record, &time));
+  EXPECT_EQ(86400 * kSecond, time);
+}
+
+TEST(TimeFromExpTimeGmtTest, MonthOutOfRangeIsKeptASuccessThatWritesNothing) {
+  for (const int month : {0, 13}) {
+    const QIV_TIME_EXP_T record = Record(2024, month, 1, 0, 0, 0);
+    QIV_TIME_T time = kUntouched;
+    EXPECT_EQ(0, QIV_TimeFromExpTimeGMT(&record, &time)) << month;
+    EXPECT_EQ(kUntouched, time) << month;
+  }
+}
+
 TEST(TimeFromExpTimeGmtTest, DateBefore1970IsKeptASuccessThatWritesNothing) {
   const QIV_TIME_EXP_T record = Record(1969, 12, 31, 23, 59, 59);
   QIV_TIME_T time = kUntouched;
   EXPECT_EQ(0, QIV_TimeFromExpTimeGMT(&record, &time));
   EXPECT_EQ(kUntouched, time);
+}
+
+// The platform's conversions may be cancellation points; these functions are none.
+TEST(TimeCancellationTest, ThreadWithACancellationPendingConvertsAndGoesOn) {
+  const auto convert = [] {
+    int ignored = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);
+    pthread_cancel(pthread_self());
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &ignored);
+    QIV_TIME_EXP_T record = {};
+    char text[64];
+    size_t length = 0;
+    QIV_ExpTimeFromTimeLocal(0, &record);
+    QIV_CTime(text, 0);
+    QIV_StrFmtTime(text, &length, sizeof text, "%c", &record);
+    tm fields = {};
+    qiv::qiv_time::time2tm(0, &fields);
+    qiv::qiv_time(5).update_time();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);
+    return true;
+  };
+  EXPECT_TRUE(qiv::test::RunInThread(convert).Get());
 }
 
 }  // namespace
