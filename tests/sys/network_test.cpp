@@ -177,21 +177,23 @@ unsigned int SpeedOf(const std::string& name) {
   return result == 0 ? settings.speed : 1000;
 }
 
+void ExpectSpeedOfTheDriver(const std::string& name) {
+  QIV_NETFLOW_T plain = {};
+  QIV_NETFLOW_EX_T ex = {};
+  name.copy(plain.szName, sizeof plain.szName - 1);
+  name.copy(ex.szName, sizeof ex.szName - 1);
+  EXPECT_EQ(0, QIV_GetNetWorkFlowData(&plain)) << name;
+  EXPECT_EQ(0, QIV_GetNetWorkFlowDataEx(&ex)) << name;
+  const unsigned int speed = SpeedOf(name);
+  EXPECT_EQ(speed, plain.dwLinkSpeedMbps) << name;
+  EXPECT_EQ(speed * 1000000u, plain.dwLinkSpeedBps) << name;
+  EXPECT_EQ(speed * 1000000ull, ex.ullLinkSpeedBps) << name;
+}
+
 TEST_F(NetworkFlowTest, SpeedOfEveryInterfaceIsWhatItsDriverTells) {
   const std::vector<std::string> names = Interfaces();
   ASSERT_FALSE(names.empty());
-  for (const std::string& name : names) {
-    QIV_NETFLOW_T plain = {};
-    QIV_NETFLOW_EX_T ex = {};
-    name.copy(plain.szName, sizeof plain.szName - 1);
-    name.copy(ex.szName, sizeof ex.szName - 1);
-    EXPECT_EQ(0, QIV_GetNetWorkFlowData(&plain)) << name;
-    EXPECT_EQ(0, QIV_GetNetWorkFlowDataEx(&ex)) << name;
-    const unsigned int speed = SpeedOf(name);
-    EXPECT_EQ(speed, plain.dwLinkSpeedMbps) << name;
-    EXPECT_EQ(speed * 1000000u, plain.dwLinkSpeedBps) << name;
-    EXPECT_EQ(speed * 1000000ull, ex.ullLinkSpeedBps) << name;
-  }
+  for (const std::string& name : names) ExpectSpeedOfTheDriver(name);
 }
 
 TEST_F(NetworkFlowTest, OnlyFifteenCharactersOfTheNameAreRead) {
