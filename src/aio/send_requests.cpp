@@ -1,7 +1,6 @@
 // Sends: the data is copied into pool chunks, in pieces of bounded size, under a memory limit.
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 #include "aio/socket_operation.h"
 #include "base/diagnostic.h"
@@ -46,16 +45,13 @@ int CSocketOperation::PushSendRequest(QIV_IO_TYPE type, const void* data, int le
   }
   TrimAfterBacklog(type);
 
-  IO_DATA piece = {};
-  piece.socketFd = m_socketFd;
-  piece.ioType = type;
-  piece.callback = callback;
-  piece.userData = userData;
-  const auto* next = static_cast<const char*>(data);
-  for (int left = length; left > 0; left -= piece.length, next += piece.length) {
-    piece.length = std::min(left, CDataMemoryPool::kLargestChunk);
-    const int result = QueuePiece(piece, next, address);
+  const SendRequest send = {type, userData, address, callback};
+  const auto* const bytes = static_cast<const char*>(data);
+  for (int done = 0; done < length;) {
+    const int pieceLength = std::min(length - done, CDataMemoryPool::kLargestChunk);
+    const int result = QueuePiece(send, bytes + done, pieceLength);
     if (result != QIV_OK) return result;
+    done += pieceLength;
   }
   return QIV_OK;
 }
@@ -78,23 +74,22 @@ void CSocketOperation::TrimAfterBacklog(QIV_IO_TYPE type) noexcept {
   m_trimPending = 0;
 }
 
-int CSocketOperation::QueuePiece(const IO_DATA& piece, const void* data,
-                                 const QIV_ADDR_T* address) noexcept {
+int CSocketOperation::QueuePiece(const SendRequest& send, const char* data, int length) noexcept {
   if (!m_sendQueue.MakeRoom()) return kNoMemory;
-  void* const memory = m_sendRequestPool.Take();
-  if (memory == nullptr) return kNoMemory;
-  auto* const request = new (memory) IO_DATA(piece);
+  IO_DATA* const request = NewRequest(&m_sendRequestPool, send.type, send.userData, send.callback);
+  if (request == nullptr) return kNoMemory;
   // Kept: the count stays raised when the chunk cannot be had.
-  m_usedDataMemory += CDataMemoryPool::ClassSize(piece.length);
-  request->buffer = m_dataPool.Take(piece.length);
+  m_usedDataMemory += CDataMemoryPool::ClassSize(length);
+  request->buffer = m_dataPool.Take(length);
   if (request->buffer == nullptr) {
     m_sendRequestPool.Give(request);
     qiv::base::Diagnose("PushSendRequest 3\n");
     return kNoMemory;
   }
-  std::memcpy(request->buffer, data, static_cast<std::size_t>(piece.length));
-  if (address != nullptr) {
-    request->addrCopy = *address;
+  std::memcpy(request->buffer, data, static_cast<std::size_t>(length));
+  request->length = length;
+  if (send.address != nullptr) {
+    request->addrCopy = *send.address;
     request->addr = &request->addrCopy;
   }
   AppendSend(request);

@@ -70,15 +70,10 @@ int CSocketOperation::PushRecvRequest(QIV_IO_TYPE type, void* buffer, int length
   if (length < 0) return kBadArguments;
   const ScopedLock lock(m_recvMutex[m_socketFd]);
   if (m_recvQueue.Size() >= kMostPendingRequests || !m_recvQueue.MakeRoom()) return QIV_ERROR;
-  void* const memory = m_recvRequestPool.Take();
-  if (memory == nullptr) return QIV_ERROR;
-  auto* const request = new (memory) IO_DATA();
-  request->socketFd = m_socketFd;
-  request->ioType = type;
+  IO_DATA* const request = NewRequest(&m_recvRequestPool, type, userData, callback);
+  if (request == nullptr) return QIV_ERROR;
   request->buffer = buffer;
   request->length = length;
-  request->callback = callback;
-  request->userData = userData;
   request->addr = address;
   const bool fillsCallersRecord = type == QIV_IO_UDP_RECV || type == QIV_IO_ACCEPT;
   if (address != nullptr && !fillsCallersRecord) {
@@ -96,14 +91,8 @@ int CSocketOperation::PushConnectRequest(void* userData, const QIV_ADDR_T* addre
                                          QIV_ASYNC_CALLBACK callback) noexcept {
   const ScopedLock lock(m_sendMutex[m_socketFd]);
   if (m_sendQueue.Size() >= kMostPendingRequests || !m_sendQueue.MakeRoom()) return QIV_ERROR;
-  void* const memory = m_sendRequestPool.Take();
-  if (memory == nullptr) return QIV_ERROR;
-  auto* const request = new (memory) IO_DATA();
-  request->socketFd = m_socketFd;
-  request->ioType = QIV_IO_CONNECT;
-  request->callback = callback;
-  request->userData = userData;
-
+  IO_DATA* const request = NewRequest(&m_sendRequestPool, QIV_IO_CONNECT, userData, callback);
+  if (request == nullptr) return QIV_ERROR;
   const qiv::base::NoCancellation noCancellation;
   const int result = connect(m_socketFd, &address->any, qiv::net::AddressLength(*address));
   if (result != 0 && errno != EINPROGRESS && errno != EAGAIN) {
@@ -112,6 +101,19 @@ int CSocketOperation::PushConnectRequest(void* userData, const QIV_ADDR_T* addre
   }
   AppendSend(request);
   return QIV_OK;
+}
+
+// A zeroed record that names the socket and the report, or null when memory is short.
+IO_DATA* CSocketOperation::NewRequest(qiv::aio::TrimmablePool* pool, QIV_IO_TYPE type,
+                                      void* userData, QIV_ASYNC_CALLBACK callback) noexcept {
+  void* const memory = pool->Take();
+  if (memory == nullptr) return nullptr;
+  auto* const request = new (memory) IO_DATA();
+  request->socketFd = m_socketFd;
+  request->ioType = type;
+  request->callback = callback;
+  request->userData = userData;
+  return request;
 }
 
 IO_DATA* CSocketOperation::FrontSendRequest() noexcept {

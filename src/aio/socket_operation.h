@@ -90,6 +90,14 @@ class CSocketOperation {
   long long UsedDataMemory() const noexcept { return m_usedDataMemory; }
 
  private:
+  /** What the pieces of one send have in common. */
+  struct SendRequest {
+    QIV_IO_TYPE type;
+    void* userData;
+    const QIV_ADDR_T* address;
+    QIV_ASYNC_CALLBACK callback;
+  };
+
   int SetEvents(int control, unsigned int events) noexcept;
   int Register() noexcept;
   int UnregisterIfIdle() noexcept;
@@ -98,7 +106,9 @@ class CSocketOperation {
 
   bool IsOverMemoryLimit() noexcept;
   void TrimAfterBacklog(QIV_IO_TYPE type) noexcept;
-  int QueuePiece(const IO_DATA& piece, const void* data, const QIV_ADDR_T* address) noexcept;
+  IO_DATA* NewRequest(qiv::aio::TrimmablePool* pool, QIV_IO_TYPE type, void* userData,
+                      QIV_ASYNC_CALLBACK callback) noexcept;
+  int QueuePiece(const SendRequest& send, const char* data, int length) noexcept;
   void AppendSend(IO_DATA* request) noexcept;
 
   QIV_Mutex m_lock;
