@@ -189,7 +189,8 @@ QIV_API int QIV_GetAddrInfo(const QIV_ADDR_T* address, QIV_ADDR_INFO_T* out) QIV
  * Writes the address of a record as text, without the port.
  *
  * @param address  the record
- * @param buffer   gets the text as QIV_InetNtop() writes it, over bytes that are all zero before
+ * @param buffer   gets the text as QIV_InetNtop() writes it; the rest of the `size` bytes is filled
+ *                 with NULs, also after an embedded IPv4 address. Left alone on failure.
  * @param size     bytes at `buffer`. One byte more than the text ends it with a NUL; an IPv4
  *                 address, or one that is embedded in an IPv6 address, also fits without the NUL.
  * @return `buffer`; null when an argument is null or 0, the family is neither AF_INET nor AF_INET6,

@@ -345,20 +345,34 @@ TEST(AddressTest, StringOfAMappedAddressIsTheIpv4TextAndEnds) {
   EXPECT_STREQ("10.1.2.3", QIV_GetAddrString(&address));
 }
 
-TEST(AddressTest, StringStaysWithinTheBuffer) {
+struct StringCase {
+  const char* address;
+  const char* text;
+  unsigned int smallestBuffer;
+};
+std::ostream& operator<<(std::ostream& out, const StringCase& row) { return out << row.address; }
+
+class AddressStringTest : public ::testing::TestWithParam<StringCase> {};
+
+TEST_P(AddressStringTest, IsPaddedToTheSizeAndWritesNothingWhenItDoesNotFit) {
   QIV_ADDR_T address;
-  char buffer[16];
-  for (const char* text : {"10.1.2.3", "::ffff:10.1.2.3", "fe80::1"}) {
-    ASSERT_EQ(0, QIV_MakeAddrByString(text[0] == '1' ? AF_INET : AF_INET6, text, 80, &address));
-    for (unsigned int size = 1; size < sizeof(buffer); ++size) {
-      std::memset(buffer, '#', sizeof(buffer));
-      QIV_GetAddrStringEx(&address, buffer, size);
-      EXPECT_EQ(std::string(sizeof(buffer) - size, '#'),
-                std::string(buffer + size, sizeof(buffer) - size))
-          << text << ", size " << size;
-    }
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, GetParam().address, 80, &address));
+  const std::string text = GetParam().text;
+  for (unsigned int size = 1; size <= 200; ++size) {
+    std::string buffer(202, '#');
+    std::string wanted = buffer;
+    const bool fits = size >= GetParam().smallestBuffer;
+    if (fits) wanted.replace(0, size, text + std::string(size - text.size(), '\0'));
+    EXPECT_EQ(fits ? &buffer[0] : nullptr, QIV_GetAddrStringEx(&address, &buffer[0], size));
+    EXPECT_EQ(wanted, buffer) << "size " << size;
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Forms, AddressStringTest,
+                         ::testing::Values(StringCase{"10.1.2.3", "10.1.2.3", 8},
+                                           StringCase{"::ffff:10.1.2.3", "10.1.2.3", 8},
+                                           StringCase{"::10.1.2.3", "10.1.2.3", 8},
+                                           StringCase{"fe80::1", "fe80::1", 8}));
 
 TEST(AddressTest, StringIsRefusedForNullZeroSizeOrAnotherFamily) {
   QIV_ADDR_T address;
