@@ -184,7 +184,8 @@ TEST_P(RequestsTest, ConnectReportsSuccessWithZeroBytes) {
 
 TEST_P(RequestsTest, ConnectToAClosedPortReportsConnectionRefused) {
   const Queue queue(1, Mode());
-  const QIV_ADDR_T address = qiv::test::ClosedAddress();
+  const Socket closed = qiv::test::BoundSocket(AF_INET, SOCK_STREAM);
+  const QIV_ADDR_T address = qiv::test::AddressOf(closed);
   for (int round = 0; round < 50; ++round) {
     const Socket client = qiv::test::TcpSocket();
     const Bound bound(queue, client);
@@ -242,7 +243,7 @@ TEST_P(RequestsTest, AHangUpFromBeforeTheConnectReportsNeitherConnectNorReceive)
   qiv::test::WriteAll(pair.second, "ab");
   ASSERT_TRUE(firstEntered.Wait());
   // A connect to a listener whose backlog is full stays under way.
-  const Socket listener = qiv::test::Listener(0);
+  const Socket listener = qiv::test::Listener(AF_INET, 0);
   const QIV_ADDR_T address = qiv::test::AddressOf(listener);
   const Socket filler = qiv::test::TcpSocket();
   ASSERT_EQ(0, connect(filler.Get(), &address.any, sizeof(sockaddr_in)));
@@ -303,7 +304,8 @@ class BusyWorker {
 TEST_P(RequestsTest, ARefusedConnectIsReportedAsSuchAlsoWithAReceivePending) {
   const Queue queue(1, Mode());
   BusyWorker worker(queue);
-  const QIV_ADDR_T address = qiv::test::ClosedAddress();
+  const Socket closed = qiv::test::BoundSocket(AF_INET, SOCK_STREAM);
+  const QIV_ADDR_T address = qiv::test::AddressOf(closed);
   const Socket client = qiv::test::TcpSocket();
   const Bound bound(queue, client);
   Completions connected;

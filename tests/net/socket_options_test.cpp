@@ -1,3 +1,4 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/tcp.h>
@@ -14,7 +15,7 @@
 
 #include "net/socket.h"
 #include "support/leak_check.h"
-#include "support/loopback.h"
+#include "support/sockets.h"
 
 namespace {
 

@@ -16,22 +16,22 @@
 #include "support/interrupting_signals.h"
 #include "support/latch.h"
 #include "support/leak_check.h"
-#include "support/loopback.h"
 #include "support/no_descriptor_limit.h"
 #include "support/run_in_thread.h"
+#include "support/sockets.h"
 #include "support/stopwatch.h"
 
 namespace {
 
+using qiv::test::AddressOf;
 using qiv::test::BoundSocket;
 using qiv::test::CapturedOutput;
-using qiv::test::ConnectedPair;
-using qiv::test::ListeningSocket;
-using qiv::test::LocalAddress;
+using qiv::test::Listener;
 using qiv::test::Loopback;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
+using qiv::test::TcpPair;
 
 constexpr unsigned int kLongMs = 15000;
 
@@ -123,7 +123,7 @@ TEST_F(SocketTest, CreateDualGivesAnIpv6SocketThatAcceptsIpv4) {
   ASSERT_EQ(0, QIV_MakeAddrByString(QIV_AF_INET6_DUAL, "::", 0, &any));
   ASSERT_EQ(0, QIV_Bind(created.Get(), &any));
   ASSERT_EQ(0, QIV_Listen(created.Get(), 1));
-  const QIV_ADDR_T bound = LocalAddress(created);
+  const QIV_ADDR_T bound = AddressOf(created);
   const QIV_ADDR_T target = Loopback(AF_INET, QIV_GetAddrPort(&bound));
   const Socket client(AF_INET, SOCK_STREAM);
   ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
@@ -177,23 +177,23 @@ TEST_F(SocketTest, CloseGivesTheSystemsResult) {
 TEST_F(SocketTest, CloseWithShutdownEndsTheConnectionForOtherHolders) {
   char byte = 0;
   for (const int shutdownFirst : {0, 1, -1}) {
-    ConnectedPair pair;
-    const Socket other(dup(pair.near.Get()));
-    ASSERT_EQ(0, QIV_CloseSocket(pair.near.Release(), shutdownFirst));
-    const ssize_t received = recv(pair.far.Get(), &byte, 1, MSG_DONTWAIT);
+    TcpPair pair;
+    const Socket other(dup(pair.first.Get()));
+    ASSERT_EQ(0, QIV_CloseSocket(pair.first.Release(), shutdownFirst));
+    const ssize_t received = recv(pair.second.Get(), &byte, 1, MSG_DONTWAIT);
     EXPECT_EQ(shutdownFirst != 0 ? 0 : -1, received) << shutdownFirst;
   }
 }
 
 TEST_F(SocketTest, ShutDownEndsTheDirectionThatIsAsked) {
-  ConnectedPair pair;
+  TcpPair pair;
   char byte = 0;
-  ASSERT_EQ(0, QIV_ShutDown(pair.near.Get(), SHUT_WR));
-  EXPECT_EQ(0, recv(pair.far.Get(), &byte, 1, 0));
-  EXPECT_EQ(1, send(pair.far.Get(), "x", 1, 0));
-  EXPECT_EQ(1, recv(pair.near.Get(), &byte, 1, 0));
+  ASSERT_EQ(0, QIV_ShutDown(pair.first.Get(), SHUT_WR));
+  EXPECT_EQ(0, recv(pair.second.Get(), &byte, 1, 0));
+  EXPECT_EQ(1, send(pair.second.Get(), "x", 1, 0));
+  EXPECT_EQ(1, recv(pair.first.Get(), &byte, 1, 0));
   errno = 0;
-  EXPECT_EQ(-1, QIV_ShutDown(pair.near.Get(), 99));
+  EXPECT_EQ(-1, QIV_ShutDown(pair.first.Get(), 99));
   EXPECT_EQ(EINVAL, errno);
 }
 
@@ -202,7 +202,7 @@ TEST_F(SocketTest, BindTakesTheLengthOfTheFamily) {
     const Socket unbound(family, SOCK_STREAM);
     const QIV_ADDR_T address = Loopback(family);
     ASSERT_EQ(0, QIV_Bind(unbound.Get(), &address)) << family;
-    const QIV_ADDR_T bound = LocalAddress(unbound);
+    const QIV_ADDR_T bound = AddressOf(unbound);
     EXPECT_NE(0, QIV_GetAddrPort(&bound)) << family;
   }
 }
@@ -214,9 +214,9 @@ TEST_F(SocketTest, BindRefusesNullBeforeTheSystem) {
 }
 
 TEST_F(SocketTest, BindGivesTheSystemsError) {
-  const Socket first = ListeningSocket();
+  const Socket first = Listener();
   const Socket second(AF_INET, SOCK_STREAM);
-  const QIV_ADDR_T taken = LocalAddress(first);
+  const QIV_ADDR_T taken = AddressOf(first);
   errno = 0;
   EXPECT_EQ(-1, QIV_Bind(second.Get(), &taken));
   EXPECT_EQ(EADDRINUSE, errno);
@@ -257,7 +257,7 @@ TEST_F(SocketTest, SetNonBlockOfABadDescriptorFails) {
 // Accepting.
 
 TEST_F(SocketTest, AcceptWithNothingPendingEndsWithItsTimeOut) {
-  const Socket listener = ListeningSocket();
+  const Socket listener = Listener();
   EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, 0));
   const Stopwatch time;
   EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, 100));
@@ -266,22 +266,22 @@ TEST_F(SocketTest, AcceptWithNothingPendingEndsWithItsTimeOut) {
 
 TEST_F(SocketTest, AcceptTakesAPendingConnectionAndThePeer) {
   for (const int family : {AF_INET, AF_INET6}) {
-    const Socket listener = ListeningSocket(family);
-    const QIV_ADDR_T target = LocalAddress(listener);
+    const Socket listener = Listener(family);
+    const QIV_ADDR_T target = AddressOf(listener);
     const Socket client(family, SOCK_STREAM);
     ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
     QIV_ADDR_T peer = {};
     const Socket accepted(QIV_Accept(listener.Get(), &peer, kLongMs));
     ASSERT_NE(-1, accepted.Get());
-    const QIV_ADDR_T local = LocalAddress(client);
+    const QIV_ADDR_T local = AddressOf(client);
     EXPECT_EQ(family, QIV_GetAddrType(&peer));
     EXPECT_EQ(QIV_GetAddrPort(&local), QIV_GetAddrPort(&peer));
   }
 }
 
 TEST_F(SocketTest, AcceptWithoutALimitWaitsForAConnection) {
-  const Socket listener = ListeningSocket();
-  const QIV_ADDR_T target = LocalAddress(listener);
+  const Socket listener = Listener();
+  const QIV_ADDR_T target = AddressOf(listener);
   auto accepted = RunInThread([&] { return QIV_Accept(listener.Get(), nullptr, QIV_INFINITE); });
   const Socket client(AF_INET, SOCK_STREAM);
   ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, QIV_INFINITE));
@@ -298,7 +298,7 @@ TEST_F(SocketTest, AcceptOnASocketThatDoesNotListenFails) {
 }
 
 TEST_F(SocketTest, AcceptFailsWhenTheWaitFails) {
-  const Socket listener = ListeningSocket();
+  const Socket listener = Listener();
   const qiv::test::NoDescriptorLimit noDescriptors;
   errno = 0;
   EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, kLongMs));
@@ -316,8 +316,8 @@ TEST_F(SocketTest, ConnectRefusesNullBeforeTheSystem) {
 
 TEST_F(SocketTest, ConnectWithALimitLeavesTheSocketBlocking) {
   for (const int family : {AF_INET, AF_INET6}) {
-    const Socket listener = ListeningSocket(family);
-    const QIV_ADDR_T target = LocalAddress(listener);
+    const Socket listener = Listener(family);
+    const QIV_ADDR_T target = AddressOf(listener);
     const Socket client(family, SOCK_STREAM);
     EXPECT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs)) << family;
     EXPECT_FALSE(IsNonBlocking(client)) << family;
@@ -325,8 +325,8 @@ TEST_F(SocketTest, ConnectWithALimitLeavesTheSocketBlocking) {
 }
 
 TEST_F(SocketTest, ConnectWithoutALimitDoesNotTouchTheBlockingMode) {
-  const Socket listener = ListeningSocket();
-  const QIV_ADDR_T target = LocalAddress(listener);
+  const Socket listener = Listener();
+  const QIV_ADDR_T target = AddressOf(listener);
   const Socket blocking(AF_INET, SOCK_STREAM);
   EXPECT_EQ(0, QIV_ConnectWithTimeOut(blocking.Get(), &target, QIV_INFINITE));
   EXPECT_FALSE(IsNonBlocking(blocking));
@@ -338,8 +338,8 @@ TEST_F(SocketTest, ConnectWithoutALimitDoesNotTouchTheBlockingMode) {
 }
 
 TEST_F(SocketTest, ConnectWithoutALimitIsKeptToRefuseIpv6) {
-  const Socket listener = ListeningSocket(AF_INET6);
-  const QIV_ADDR_T target = LocalAddress(listener);
+  const Socket listener = Listener(AF_INET6);
+  const QIV_ADDR_T target = AddressOf(listener);
   const Socket client(AF_INET6, SOCK_STREAM);
   errno = 0;
   EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &target, QIV_INFINITE));
@@ -348,7 +348,7 @@ TEST_F(SocketTest, ConnectWithoutALimitIsKeptToRefuseIpv6) {
 
 TEST_F(SocketTest, ConnectToAPortWithoutAListenerIsRefusedAndTheSocketBlocksAgain) {
   const Socket taken = BoundSocket(AF_INET, SOCK_STREAM);  // bound, so nobody else listens there
-  const QIV_ADDR_T target = LocalAddress(taken);
+  const QIV_ADDR_T target = AddressOf(taken);
   const Socket client(AF_INET, SOCK_STREAM);
   errno = 0;
   EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
@@ -358,19 +358,19 @@ TEST_F(SocketTest, ConnectToAPortWithoutAListenerIsRefusedAndTheSocketBlocksAgai
 
 TEST_F(SocketTest, ConnectThatSucceedsAtOnceIsKeptToLeaveTheSocketNonBlocking) {
   const Socket far = BoundSocket(AF_INET, SOCK_DGRAM);
-  const QIV_ADDR_T target = LocalAddress(far);
+  const QIV_ADDR_T target = AddressOf(far);
   const Socket near(AF_INET, SOCK_DGRAM);
   EXPECT_EQ(0, QIV_ConnectWithTimeOut(near.Get(), &target, 0));
   EXPECT_TRUE(IsNonBlocking(near));
 }
 
 TEST_F(SocketTest, ConnectThatFailsAtOnceIsKeptToLeaveTheSocketNonBlocking) {
-  const ConnectedPair pair;
-  const QIV_ADDR_T target = LocalAddress(pair.far);
+  const TcpPair pair;
+  const QIV_ADDR_T target = AddressOf(pair.second);
   errno = 0;
-  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(pair.near.Get(), &target, 100));
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(pair.first.Get(), &target, 100));
   EXPECT_EQ(EISCONN, errno);
-  EXPECT_TRUE(IsNonBlocking(pair.near));
+  EXPECT_TRUE(IsNonBlocking(pair.first));
 }
 
 TEST_F(SocketTest, ConnectOfABadDescriptorFailsWithTheSystemsError) {
@@ -385,8 +385,8 @@ class FullListenerTest : public SocketTest {
  protected:
   void SetUp() override {
     SocketTest::SetUp();
-    m_listener = ListeningSocket(AF_INET, 0);
-    m_target = LocalAddress(m_listener);
+    m_listener = Listener(AF_INET, 0);
+    m_target = AddressOf(m_listener);
     for (int i = 0; i < 8; ++i) {
       Socket filler(AF_INET, SOCK_STREAM | SOCK_NONBLOCK);
       ASSERT_EQ(-1, connect(filler.Get(), &m_target.any, sizeof(sockaddr_in)));

@@ -14,21 +14,21 @@
 
 #include "support/interrupting_signals.h"
 #include "support/leak_check.h"
-#include "support/loopback.h"
 #include "support/no_descriptor_limit.h"
 #include "support/run_in_thread.h"
+#include "support/sockets.h"
 #include "support/stopwatch.h"
 
 namespace {
 
+using qiv::test::AddressOf;
 using qiv::test::BoundSocket;
-using qiv::test::ConnectedPair;
 using qiv::test::InterruptingSignals;
-using qiv::test::LocalAddress;
 using qiv::test::NoDescriptorLimit;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
+using qiv::test::TcpPair;
 
 constexpr unsigned int kLongMs = 15000;
 constexpr unsigned int kTooLong = 0x80000000U;
@@ -42,8 +42,8 @@ class SocketTransferTest : public qiv::test::LeakCheckedTest {
   void SetUp() override {
     LeakCheckedTest::SetUp();
     m_pair.emplace();
-    m_near = m_pair->near.Get();
-    m_far = m_pair->far.Get();
+    m_near = m_pair->first.Get();
+    m_far = m_pair->second.Get();
   }
   void TearDown() override {
     m_pair.reset();
@@ -71,7 +71,7 @@ class SocketTransferTest : public qiv::test::LeakCheckedTest {
     } while (poll(&record, 1, 50) > 0);
   }
 
-  void CloseFar() { m_pair->far.Close(); }
+  void CloseFar() { m_pair->second.Close(); }
 
   /** Ends the connection so that the near end is told at once of a broken pipe. */
   void BreakConnection() {
@@ -84,7 +84,7 @@ class SocketTransferTest : public qiv::test::LeakCheckedTest {
     getsockopt(m_near, SOL_SOCKET, SO_ERROR, &error, &length);
   }
 
-  std::optional<ConnectedPair> m_pair;
+  std::optional<TcpPair> m_pair;
   int m_near = -1;
   int m_far = -1;
   char m_buffer[64] = {};
@@ -103,7 +103,7 @@ TEST_F(SocketTransferTest, RecvGivesZeroWhenThePeerHasClosed) {
 }
 
 TEST_F(SocketTransferTest, TransferOnABadDescriptorGivesTheSystemsError) {
-  const QIV_ADDR_T address = LocalAddress(m_pair->near);
+  const QIV_ADDR_T address = AddressOf(m_pair->first);
   QIV_ADDR_T source;
   const auto expectBadDescriptor = [](int result) {
     EXPECT_EQ(-1, result);
@@ -134,8 +134,8 @@ TEST_F(SocketTransferTest, DatagramsCarryTheirSource) {
   for (const int family : {AF_INET, AF_INET6}) {
     const Socket sender = BoundSocket(family, SOCK_DGRAM);
     const Socket receiver = BoundSocket(family, SOCK_DGRAM);
-    const QIV_ADDR_T target = LocalAddress(receiver);
-    const QIV_ADDR_T local = LocalAddress(sender);
+    const QIV_ADDR_T target = AddressOf(receiver);
+    const QIV_ADDR_T local = AddressOf(sender);
     ASSERT_EQ(3, QIV_SendTo(sender.Get(), "abc", 3, &target));
     QIV_ADDR_T source;
     std::memset(&source, 0xAA, sizeof(source));
@@ -148,7 +148,7 @@ TEST_F(SocketTransferTest, DatagramsCarryTheirSource) {
 TEST_F(SocketTransferTest, DatagramWithoutARecordUsesTheConnectionAndAsksNoSource) {
   const Socket sender(AF_INET, SOCK_DGRAM);
   const Socket receiver = BoundSocket(AF_INET, SOCK_DGRAM);
-  const QIV_ADDR_T target = LocalAddress(receiver);
+  const QIV_ADDR_T target = AddressOf(receiver);
   errno = 0;
   EXPECT_EQ(-1, QIV_SendTo(sender.Get(), "x", 1, nullptr));
   EXPECT_EQ(EDESTADDRREQ, errno);
@@ -303,10 +303,10 @@ TEST_F(SocketTransferTest, RecvnWithoutTimeTakesWhatIsThere) {
 
 TEST_F(SocketTransferTest, RecvnIsKeptToGiveMinusOneWhenThePeerClosesAfterSomeBytes) {
   for (const unsigned int ms : {QIV_INFINITE, kLongMs}) {
-    ConnectedPair pair;
-    ASSERT_EQ(3, QIV_Send(pair.near.Get(), "abc", 3));
-    pair.near.Close();
-    EXPECT_EQ(-1, QIV_Recvn(pair.far.Get(), m_buffer, 6, ms));
+    TcpPair pair;
+    ASSERT_EQ(3, QIV_Send(pair.first.Get(), "abc", 3));
+    pair.first.Close();
+    EXPECT_EQ(-1, QIV_Recvn(pair.second.Get(), m_buffer, 6, ms));
   }
 }
 
