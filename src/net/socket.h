@@ -12,6 +12,12 @@ using DeviceName = std::array<char, 32>;
 /** The first 15 characters of a name. */
 DeviceName MakeDeviceName(const char* name) noexcept;
 
+/**
+ * Waits at most `ms` milliseconds for the connection that is in progress on a non-blocking socket,
+ * and makes the socket blocking again. 0 when the connection stands, otherwise -1 with errno.
+ */
+int FinishConnection(int socket, unsigned int ms);
+
 /** Lets an IPv6 socket accept IPv4 too, and says so on standard output when it did not before. */
 void AcceptIpv4Too(int socket);
 

@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <qiv/poll.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -279,20 +281,28 @@ TEST_F(SocketTest, AcceptTakesAPendingConnectionAndThePeer) {
   }
 }
 
-TEST_F(SocketTest, AcceptWithoutALimitWaitsForAConnection) {
-  const Socket listener = Listener();
-  const QIV_ADDR_T target = AddressOf(listener);
-  auto accepted = RunInThread([&] { return QIV_Accept(listener.Get(), nullptr, QIV_INFINITE); });
-  const Socket client(AF_INET, SOCK_STREAM);
-  ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, QIV_INFINITE));
-  const Socket connection(accepted.Get());
-  EXPECT_NE(-1, connection.Get());
+TEST_F(SocketTest, AcceptWaitsForAConnectionWithALimitAndWithout) {
+  for (const unsigned int ms : {kLongMs, QIV_INFINITE}) {
+    const Socket listener = Listener();
+    const QIV_ADDR_T target = AddressOf(listener);
+    const Socket client(AF_INET, SOCK_STREAM);
+    const Stopwatch time;
+    auto connected = RunInThread([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));  // gives the call time to wait
+      return connect(client.Get(), &target.any, sizeof(sockaddr_in));
+    });
+    const Socket connection(QIV_Accept(listener.Get(), nullptr, ms));
+    EXPECT_NE(-1, connection.Get()) << ms;
+    EXPECT_GE(time.Milliseconds(), 47);
+    EXPECT_EQ(0, connected.Get());
+  }
 }
 
 TEST_F(SocketTest, AcceptOnASocketThatDoesNotListenFails) {
   const Socket idle(AF_INET, SOCK_STREAM);
-  EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, kLongMs));  // ready, but not to read
   errno = 0;
+  EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, kLongMs));  // ready, but not to read
+  EXPECT_EQ(0, errno);                                      // so the system is not asked
   EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, QIV_INFINITE));
   EXPECT_EQ(EINVAL, errno);
 }
@@ -378,6 +388,19 @@ TEST_F(SocketTest, ConnectOfABadDescriptorFailsWithTheSystemsError) {
   errno = 0;
   EXPECT_EQ(-1, QIV_ConnectWithTimeOut(-1, &target, 100));
   EXPECT_EQ(EBADF, errno);
+}
+
+TEST_F(SocketTest, ConnectWhoseWaitReportsAnythingButRoomIsATimeOutAndTheSocketBlocksAgain) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(0, pipe2(ends, O_NONBLOCK));
+  const Socket readEnd(ends[0]);
+  close(ends[1]);  // the read end reports a hang-up, and never room to write
+  const Stopwatch time;
+  errno = 0;
+  EXPECT_EQ(-1, qiv::net::FinishConnection(readEnd.Get(), kLongMs));
+  EXPECT_EQ(ETIMEDOUT, errno);
+  EXPECT_LT(time.Milliseconds(), kLongMs);
+  EXPECT_FALSE(IsNonBlocking(readEnd));
 }
 
 /** A listener whose queue is full: the system lets further connections wait. */

@@ -189,9 +189,13 @@ TEST_F(SocketTransferTest, RecvWithTimeOutGivesMinusOneWhenThePeerHasClosed) {
 }
 
 TEST_F(SocketTransferTest, RecvWithTimeOutFailsOnAnErrorOrAHangUp) {
+  errno = 0;
   EXPECT_EQ(-1, QIV_RecvWithTimeOut(1 << 20, m_buffer, 1, kLongMs));
+  EXPECT_EQ(0, errno);
   const Socket idle(AF_INET, SOCK_STREAM);  // reports a hang-up, but nothing to read
+  errno = 0;
   EXPECT_EQ(-1, QIV_RecvWithTimeOut(idle.Get(), m_buffer, 1, kLongMs));
+  EXPECT_EQ(0, errno);  // so the system is not asked
   const NoDescriptorLimit noDescriptors;
   EXPECT_EQ(-1, QIV_RecvWithTimeOut(m_far, m_buffer, 1, kLongMs));
 }
@@ -249,7 +253,9 @@ TEST_F(SocketTransferTest, SendnWithoutRoomGivesZero) {
 }
 
 TEST_F(SocketTransferTest, SendnIsKeptToGiveZeroWhenTheFirstSendFails) {
+  errno = 0;
   EXPECT_EQ(0, QIV_Sendn(1 << 20, "x", 1, kLongMs));  // reported by the wait, not as its failure
+  EXPECT_EQ(0, errno);                                // and nothing is sent
   ASSERT_NO_FATAL_FAILURE(BreakConnection());
   EXPECT_EQ(0, QIV_Sendn(m_near, "x", 1, QIV_INFINITE));
 }
@@ -311,9 +317,11 @@ TEST_F(SocketTransferTest, RecvnIsKeptToGiveMinusOneWhenThePeerClosesAfterSomeBy
 }
 
 TEST_F(SocketTransferTest, RecvnFailsOnAnErrorOrAHangUp) {
+  errno = 0;
   EXPECT_EQ(-1, QIV_Recvn(1 << 20, m_buffer, 1, kLongMs));
   const Socket idle(AF_INET, SOCK_STREAM);
   EXPECT_EQ(-1, QIV_Recvn(idle.Get(), m_buffer, 1, kLongMs));
+  EXPECT_EQ(0, errno);
   ASSERT_EQ(1, QIV_Send(m_near, "x", 1));
   const NoDescriptorLimit noDescriptors;
   EXPECT_EQ(-1, QIV_Recvn(m_far, m_buffer, 1, kLongMs));
