@@ -115,7 +115,7 @@ QIV_API int QIV_Listen(int socket, int backlog) QIV_NOEXCEPT;
  * @param ms      longest wait, milliseconds; 0 looks once; QIV_INFINITE is no limit
  * @return the connection's descriptor, to be closed by QIV_CloseSocket(); -1 when the time ran out
  *         or on an error (not told apart)
- * @par Errors         errno as poll() or accept() sets it; unchanged when the time ran out
+ * @par Errors         errno as poll() or accept() sets it; unspecified when the time ran out
  * @par Thread safety  any threads
  * @par System         accept(2), poll(2)
  */
