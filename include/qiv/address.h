@@ -27,7 +27,10 @@ typedef union QIV_ADDR_T {
   struct sockaddr_in6 ipv6; /**< meaningful when the family is AF_INET6 (10) */
   struct sockaddr_in ipv4;  /**< meaningful when the family is AF_INET (2) */
   struct sockaddr any;      /**< for calls that take a `struct sockaddr*` */
-  unsigned short family;    /**< AF_INET, AF_INET6, or 0 in a zeroed record */
+  __extension__ struct {
+    unsigned short family; /**< AF_INET, AF_INET6, or 0 in a zeroed record */
+    unsigned short port;   /**< network order, for both families */
+  };
 } QIV_ADDR_T;
 
 /** An endpoint taken apart by QIV_GetAddrInfo(). */

@@ -14,8 +14,9 @@
 static_assert(sizeof(QIV_ADDR_T) == 28 && alignof(QIV_ADDR_T) == alignof(sockaddr_in6),
               "the size and alignment of the system's IPv6 address");
 static_assert(offsetof(QIV_ADDR_T, family) == 0 && sizeof(QIV_ADDR_T::family) == 2, "family");
+static_assert(offsetof(QIV_ADDR_T, port) == 2 && sizeof(QIV_ADDR_T::port) == 2, "port");
 static_assert(offsetof(sockaddr_in, sin_port) == 2 && offsetof(sockaddr_in6, sin6_port) == 2,
-              "port");
+              "port of both forms");
 static_assert(offsetof(sockaddr_in, sin_addr) == 4, "IPv4 address");
 static_assert(offsetof(sockaddr_in6, sin6_flowinfo) == 4, "flow information");
 static_assert(offsetof(sockaddr_in6, sin6_addr) == 8, "IPv6 address");
@@ -122,7 +123,7 @@ int QIV_MakeAddr(const sockaddr* address, unsigned int length, QIV_ADDR_T* out) 
 
 int QIV_SetAddrPort(QIV_ADDR_T* address, unsigned int port) noexcept {
   if (address == nullptr) return QIV_ERROR;
-  address->ipv4.sin_port = qiv::net::NetworkPort(port);
+  address->port = qiv::net::NetworkPort(port);
   return QIV_OK;
 }
 
@@ -131,7 +132,7 @@ int QIV_GetAddrType(const QIV_ADDR_T* address) noexcept {
 }
 
 unsigned short QIV_GetAddrPort(const QIV_ADDR_T* address) noexcept {
-  return address == nullptr ? 0 : ntohs(address->ipv4.sin_port);
+  return address == nullptr ? 0 : ntohs(address->port);
 }
 
 int QIV_GetAddr4Int(const QIV_ADDR_T* address, unsigned int* out) noexcept {
