@@ -12,8 +12,12 @@
 #include <string>
 
 #include "support/leak_check.h"
+#include "support/preferred_family.h"
+#include "support/sockets.h"
 
 namespace {
+
+using qiv::test::PreferredFamily;
 
 using Bytes = std::array<unsigned char, sizeof(QIV_ADDR_T)>;
 
@@ -54,17 +58,6 @@ constexpr std::array<unsigned char, 16> kIpv6Loopback = {0, 0, 0, 0, 0, 0, 0, 0,
                                                          0, 0, 0, 0, 0, 0, 0, 1};
 constexpr std::array<unsigned char, 16> kSixteenBytes = {1, 2,  3,  4,  5,  6,  7,  8,
                                                          9, 10, 11, 12, 13, 14, 15, 16};
-
-class PreferredFamily {
- public:
-  explicit PreferredFamily(int family) : m_saved(g_Af) { g_Af = family; }
-  ~PreferredFamily() { g_Af = m_saved; }
-  PreferredFamily(const PreferredFamily&) = delete;
-  PreferredFamily& operator=(const PreferredFamily&) = delete;
-
- private:
-  int m_saved;
-};
 
 TEST(AddressFamilyTest, OnlyThePreferredFamilyIsTranslated) {
   const PreferredFamily preferred(AF_INET6);
@@ -236,6 +229,34 @@ TEST(AddressTest, SetPortChangesThePortOnly) {
   wanted[3] = 0x34;
   ASSERT_EQ(0, QIV_SetAddrPort(&address, 0x1234));
   EXPECT_EQ(wanted, BytesOf(address));
+}
+
+TEST(AddressTest, OnlyTheLowSixteenBitsOfAPortCount) {
+  constexpr unsigned int kPort = 0x12345678;
+  QIV_ADDR_T address = FilledRecord();
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET, "10.0.0.1", kPort, &address));
+  EXPECT_EQ(Ipv4Record({10, 0, 0, 1}, 0x5678), BytesOf(address));
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, "::1", kPort, &address));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, 0x5678), BytesOf(address));
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, nullptr, 65536, &address));
+  EXPECT_EQ(Ipv6Record(kIpv6Any, 0), BytesOf(address));
+  ASSERT_EQ(0, QIV_MakeAddr4ByInt(htonl(0x0A000001), kPort, &address));
+  EXPECT_EQ(Ipv4Record({10, 0, 0, 1}, 0x5678), BytesOf(address));
+  ASSERT_EQ(0, QIV_MakeAddr6ByInt(kIpv6Loopback.data(), kPort, &address));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, 0x5678), BytesOf(address));
+  ASSERT_EQ(0, QIV_SetAddrPort(&address, 0x10001));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, 1), BytesOf(address));
+}
+
+TEST(AddressTest, FamilyAndPortMembersAreThoseOfEveryForm) {
+  QIV_ADDR_T address;
+  for (const char* text : {"10.0.0.1", "::1"}) {
+    ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, text, 0x1234, &address));
+    EXPECT_EQ(htons(0x1234), address.port) << text;
+    EXPECT_EQ(address.any.sa_family, address.family) << text;
+  }
+  address.port = htons(80);
+  EXPECT_EQ(80, QIV_GetAddrPort(&address));
 }
 
 // Reading a record.
@@ -464,6 +485,17 @@ TEST_F(SocketEndsTest, BothEndsOfAConnectionMatch) {
   EXPECT_EQ(QIV_GetAddrPort(&local), QIV_GetAddrPort(&acceptedPeer));
   EXPECT_EQ(QIV_GetAddrPort(&peer), QIV_GetAddrPort(&acceptedLocal));
   EXPECT_STREQ("127.0.0.1", QIV_GetAddrString(&peer));
+}
+
+TEST_F(SocketEndsTest, BothEndsOfAnIpv6ConnectionAreWhole) {
+  const qiv::test::TcpPair pair(AF_INET6);
+  QIV_ADDR_T local = FilledRecord();
+  QIV_ADDR_T peer = FilledRecord();
+  ASSERT_EQ(0, QIV_GetAddrBySockFd(pair.first.Get(), &local, &peer));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, QIV_GetAddrPort(&local)), BytesOf(local));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, QIV_GetAddrPort(&peer)), BytesOf(peer));
+  EXPECT_EQ(BytesOf(qiv::test::AddressOf(pair.first)), BytesOf(local));
+  EXPECT_EQ(BytesOf(qiv::test::AddressOf(pair.second)), BytesOf(peer));
 }
 
 TEST_F(SocketEndsTest, NothingAskedOrABadSocketIsRefused) {

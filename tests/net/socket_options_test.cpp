@@ -186,6 +186,8 @@ TEST_F(SocketOptionsTest, BindToDeviceDoesWhatTheSystemAllows) {
 TEST_F(SocketOptionsTest, BindToDeviceRefusesNullBeforeTheSystem) {
   errno = 0;
   EXPECT_EQ(-1, QIV_Bind_ToDevice(-1, nullptr));
+  const Socket socket(AF_INET, SOCK_DGRAM);
+  EXPECT_EQ(-1, QIV_Bind_ToDevice(socket.Get(), nullptr));
   EXPECT_EQ(0, errno);
 }
 

@@ -19,6 +19,7 @@
 #include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/no_descriptor_limit.h"
+#include "support/preferred_family.h"
 #include "support/run_in_thread.h"
 #include "support/sockets.h"
 #include "support/stopwatch.h"
@@ -30,6 +31,7 @@ using qiv::test::BoundSocket;
 using qiv::test::CapturedOutput;
 using qiv::test::Listener;
 using qiv::test::Loopback;
+using qiv::test::PreferredFamily;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
@@ -101,15 +103,13 @@ TEST_F(SocketTest, CreateWithAnotherFamilyIsRefusedByTheSystem) {
 }
 
 TEST_F(SocketTest, CreateWithThePreferredFamilyFollowsIt) {
-  const int saved = g_Af;
   for (const int family : {AF_INET, AF_INET6}) {
-    g_Af = family;
+    const PreferredFamily preferred(family);
     const Socket created(QIV_CreateSocket(QIV_AF_PREFERRED, SOCK_STREAM, 0));
     EXPECT_EQ(family, IntOption(created.Get(), SOL_SOCKET, SO_DOMAIN));
   }
-  g_Af = 0;
+  const PreferredFamily unknown(0);
   EXPECT_EQ(-1, QIV_CreateSocket(QIV_AF_PREFERRED, SOCK_STREAM, 0));
-  g_Af = saved;
 }
 
 TEST_F(SocketTest, CreateDualGivesAnIpv6SocketThatAcceptsIpv4) {
