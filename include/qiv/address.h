@@ -27,7 +27,10 @@ typedef union QIV_ADDR_T {
   struct sockaddr_in6 ipv6; /**< meaningful when the family is AF_INET6 (10) */
   struct sockaddr_in ipv4;  /**< meaningful when the family is AF_INET (2) */
   struct sockaddr any;      /**< for calls that take a `struct sockaddr*` */
-  unsigned short family;    /**< AF_INET, AF_INET6, or 0 in a zeroed record */
+  __extension__ struct {
+    unsigned short family; /**< AF_INET, AF_INET6, or 0 in a zeroed record */
+    unsigned short port;   /**< network order, for both families */
+  };
 } QIV_ADDR_T;
 
 /** An endpoint taken apart by QIV_GetAddrInfo(). */
@@ -189,7 +192,8 @@ QIV_API int QIV_GetAddrInfo(const QIV_ADDR_T* address, QIV_ADDR_INFO_T* out) QIV
  * Writes the address of a record as text, without the port.
  *
  * @param address  the record
- * @param buffer   gets the text as QIV_InetNtop() writes it, over bytes that are all zero before
+ * @param buffer   gets the text as QIV_InetNtop() writes it; the rest of the `size` bytes is filled
+ *                 with NULs, also after an embedded IPv4 address. Left alone on failure.
  * @param size     bytes at `buffer`. One byte more than the text ends it with a NUL; an IPv4
  *                 address, or one that is embedded in an IPv6 address, also fits without the NUL.
  * @return `buffer`; null when an argument is null or 0, the family is neither AF_INET nor AF_INET6,

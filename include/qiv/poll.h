@@ -85,8 +85,9 @@ QIV_API int QIV_Poll(struct pollfd* records, unsigned int count, int ms);
  * @param records  `count` records; the system fills in `revents`
  * @param count    number of records
  * @param budget   the longest wait in milliseconds, lowered by the time spent, never below 0; 0
- *                 looks once. Null or QIV_INFINITE is no limit, and nothing is written then. From
- *                 2147483648 up the wait has no limit either.
+ *                 looks once. Null or QIV_INFINITE is no limit, and nothing is written then.
+ *                 Callers do not use 2147483648 to 4294967294: such a wait has no limit, and a
+ *                 signal ends it with EINTR or starts a limited one.
  * @return the number of records with a non-zero `revents`; 0 when the time ran out; -1 on an error
  * @par Errors         errno as poll() sets it
  * @par Thread safety  any threads, on different records and budgets

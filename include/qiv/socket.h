@@ -115,7 +115,7 @@ QIV_API int QIV_Listen(int socket, int backlog) QIV_NOEXCEPT;
  * @param ms      longest wait, milliseconds; 0 looks once; QIV_INFINITE is no limit
  * @return the connection's descriptor, to be closed by QIV_CloseSocket(); -1 when the time ran out
  *         or on an error (not told apart)
- * @par Errors         errno as poll() or accept() sets it; unchanged when the time ran out
+ * @par Errors         errno as poll() or accept() sets it; unspecified when the time ran out
  * @par Thread safety  any threads
  * @par System         accept(2), poll(2)
  */
@@ -526,10 +526,10 @@ QIV_API int QIV_RecvWithTimeOut(int socket, void* buffer, int length, unsigned i
  *
  * @param socket  a descriptor
  * @param buffer  `length` bytes
- * @param length  bytes to send, at most 2147483647
+ * @param length  bytes to send; of more than 2147483647 only so many are sent
  * @param ms      longest wait in all, milliseconds; 0 tries once; QIV_INFINITE is no limit
  * @return the number of bytes sent, less than `length` (also 0) when the time ran out or a send
- *         failed; -1 when nothing was sent and the last wait failed, or `length` is too large
+ *         failed; -1 when nothing was sent and the last wait failed
  * @par Errors         errno as poll() or send() sets it
  * @par Thread safety  any threads; the bytes of two threads may mix
  * @par System         poll(2), send(2)
@@ -544,10 +544,10 @@ QIV_API int QIV_Sendn(int socket, const void* buffer, unsigned int length, unsig
  *
  * @param socket  a descriptor
  * @param buffer  gets at most `length` bytes
- * @param length  bytes to receive, at most 2147483647
+ * @param length  bytes to receive; of more than 2147483647 only so many are received
  * @param ms      longest wait in all, milliseconds; 0 tries once; QIV_INFINITE is no limit
- * @return the number of bytes, less than `length` (also 0) when the time ran out; -1 on an error,
- *         when the peer has closed, or when `length` is too large
+ * @return the number of bytes, less than `length` (also 0) when the time ran out; -1 on an error or
+ *         when the peer has closed
  * @par Errors         errno as poll() or recv() sets it
  * @par Thread safety  any threads; each gets some of the bytes
  * @par System         poll(2), recv(2)

@@ -14,8 +14,9 @@
 static_assert(sizeof(QIV_ADDR_T) == 28 && alignof(QIV_ADDR_T) == alignof(sockaddr_in6),
               "the size and alignment of the system's IPv6 address");
 static_assert(offsetof(QIV_ADDR_T, family) == 0 && sizeof(QIV_ADDR_T::family) == 2, "family");
+static_assert(offsetof(QIV_ADDR_T, port) == 2 && sizeof(QIV_ADDR_T::port) == 2, "port");
 static_assert(offsetof(sockaddr_in, sin_port) == 2 && offsetof(sockaddr_in6, sin6_port) == 2,
-              "port");
+              "port of both forms");
 static_assert(offsetof(sockaddr_in, sin_addr) == 4, "IPv4 address");
 static_assert(offsetof(sockaddr_in6, sin6_flowinfo) == 4, "flow information");
 static_assert(offsetof(sockaddr_in6, sin6_addr) == 8, "IPv6 address");
@@ -41,7 +42,7 @@ void FillIpv4(in_addr_t address, unsigned int port, QIV_ADDR_T& out) {
   out.ipv4.sin_addr.s_addr = address;
 }
 
-void FillIpv6Wildcard(unsigned int port, QIV_ADDR_T& out) {
+void FillIpv6(unsigned int port, QIV_ADDR_T& out) {
   out.ipv6.sin6_family = AF_INET6;
   out.ipv6.sin6_port = NetworkPort(port);
 }
@@ -52,13 +53,13 @@ int FillWildcard(int family, unsigned int port, QIV_ADDR_T& out) {
     return QIV_OK;
   }
   if (!IsIpv6Family(family)) return QIV_ERROR;
-  FillIpv6Wildcard(port, out);
+  FillIpv6(port, out);
   return QIV_OK;
 }
 
 int FillFromIpv6Text(int family, const char* text, unsigned int port, QIV_ADDR_T& out) {
   if (!IsIpv6Family(family)) return QIV_ERROR;
-  FillIpv6Wildcard(port, out);
+  FillIpv6(port, out);
   // Kept: "0.0.0.0" is the wildcard of the dual family only; AF_INET6 refuses it.
   if (family == QIV_AF_INET6_DUAL && std::strcmp(text, kIpv4Wildcard) == 0) return QIV_OK;
   Ipv6Bytes bytes;
@@ -105,7 +106,7 @@ int QIV_MakeAddr4ByInt(unsigned int address, unsigned int port, QIV_ADDR_T* out)
 int QIV_MakeAddr6ByInt(const void* address, unsigned int port, QIV_ADDR_T* out) noexcept {
   if (address == nullptr || out == nullptr) return QIV_ERROR;
   QIV_ADDR_T record = {};  // the 16 bytes may stand in *out
-  qiv::net::FillIpv6Wildcard(port, record);
+  qiv::net::FillIpv6(port, record);
   std::memcpy(&record.ipv6.sin6_addr, address, sizeof(record.ipv6.sin6_addr));
   *out = record;
   return QIV_OK;
@@ -122,7 +123,7 @@ int QIV_MakeAddr(const sockaddr* address, unsigned int length, QIV_ADDR_T* out) 
 
 int QIV_SetAddrPort(QIV_ADDR_T* address, unsigned int port) noexcept {
   if (address == nullptr) return QIV_ERROR;
-  address->ipv4.sin_port = qiv::net::NetworkPort(port);
+  address->port = qiv::net::NetworkPort(port);
   return QIV_OK;
 }
 
@@ -131,7 +132,7 @@ int QIV_GetAddrType(const QIV_ADDR_T* address) noexcept {
 }
 
 unsigned short QIV_GetAddrPort(const QIV_ADDR_T* address) noexcept {
-  return address == nullptr ? 0 : ntohs(address->ipv4.sin_port);
+  return address == nullptr ? 0 : ntohs(address->port);
 }
 
 int QIV_GetAddr4Int(const QIV_ADDR_T* address, unsigned int* out) noexcept {
@@ -167,8 +168,15 @@ char* QIV_GetAddrStringEx(const QIV_ADDR_T* address, char* buffer, unsigned int 
   if (address->family == AF_INET6) bytes = &address->ipv6.sin6_addr;
   if (bytes == nullptr) return nullptr;
   // An embedded IPv4 address comes without a NUL: the zeroes end it.
-  std::memset(buffer, 0, size);
-  return QIV_InetNtop(address->family, bytes, buffer, size);
+  char text[qiv::net::kAddressStringSize] = {};
+  const auto limit = std::min<std::size_t>(size, sizeof(text));
+  if (QIV_InetNtop(address->family, bytes, text, static_cast<unsigned int>(limit)) == nullptr) {
+    return nullptr;
+  }
+  const std::size_t length = strnlen(text, limit);
+  std::memcpy(buffer, text, length);
+  std::memset(buffer + length, 0, size - length);
+  return buffer;
 }
 
 char* QIV_GetAddrString(const QIV_ADDR_T* address) noexcept {

@@ -38,14 +38,18 @@ int ConnectWithLimit(int socket, const QIV_ADDR_T& address, unsigned int ms) {
   // Kept: what the system decides at once leaves the socket non-blocking.
   if (connect(socket, &address.any, AddressLength(address)) == 0) return QIV_OK;
   if (errno != EINPROGRESS) return QIV_ERROR;
+  return FinishConnection(socket, ms);
+}
+
+}  // namespace
+
+int FinishConnection(int socket, unsigned int ms) {
   const int error = AwaitConnection(socket, ms);
   QIV_SetNonBlock(socket, 0);
   if (error == 0) return QIV_OK;
   errno = error;
   return QIV_ERROR;
 }
-
-}  // namespace
 
 void AcceptIpv4Too(int socket) {
   int onlyIpv6 = 0;

@@ -2,18 +2,14 @@
 #include <qiv/socket.h>
 #include <sys/ioctl.h>
 
-#include <limits>
-
 #include "net/address_length.h"
 #include "net/readiness.h"
+#include "net/socket.h"
 
 namespace {
 
 using qiv::net::Readiness;
 using qiv::net::WaitFor;
-
-// A count of bytes that does not fit into the result could not be told from a failure.
-constexpr unsigned int kLongestTransfer = std::numeric_limits<int>::max();
 
 }  // namespace
 
@@ -35,9 +31,9 @@ int QIV_SendTo(int socket, const void* buffer, unsigned int length, const QIV_AD
 }
 
 int QIV_RecvFrom(int socket, void* buffer, unsigned int length, QIV_ADDR_T* source) {
-  if (source == nullptr) return QIV_Recv(socket, buffer, length);
-  socklen_t sourceLength = qiv::net::kRecordLength;
-  return static_cast<int>(recvfrom(socket, buffer, length, 0, &source->any, &sourceLength));
+  sockaddr* const address = source == nullptr ? nullptr : &source->any;
+  socklen_t addressLength = qiv::net::kRecordLength;
+  return static_cast<int>(recvfrom(socket, buffer, length, 0, address, &addressLength));
 }
 
 int QIV_Ioctl(int socket, unsigned int request, unsigned long argument) {
@@ -54,7 +50,7 @@ int QIV_RecvWithTimeOut(int socket, void* buffer, int length, unsigned int ms) {
 }
 
 int QIV_Sendn(int socket, const void* buffer, unsigned int length, unsigned int ms) {
-  if (length > kLongestTransfer) return QIV_ERROR;
+  length = qiv::net::TransferLength(length);
   const char* const bytes = static_cast<const char*>(buffer);
   unsigned int sent = 0;
   Readiness readiness = {};
@@ -71,7 +67,7 @@ int QIV_Sendn(int socket, const void* buffer, unsigned int length, unsigned int 
 }
 
 int QIV_Recvn(int socket, void* buffer, unsigned int length, unsigned int ms) {
-  if (length > kLongestTransfer) return QIV_ERROR;
+  length = qiv::net::TransferLength(length);
   char* const bytes = static_cast<char*>(buffer);
   unsigned int received = 0;
   do {

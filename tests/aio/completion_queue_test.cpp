@@ -172,7 +172,8 @@ TEST_F(CompletionQueueTest, SocketsAreServedByWorkerDescriptorModuloWorkers) {
 
 TEST_F(CompletionQueueTest, RequestsOnUnboundOrImpossibleSocketsFail) {
   const Socket socket = qiv::test::TcpSocket();
-  const QIV_ADDR_T address = qiv::test::ClosedAddress();
+  const Socket closed = qiv::test::BoundSocket(AF_INET, SOCK_STREAM);
+  const QIV_ADDR_T address = qiv::test::AddressOf(closed);
   char buffer[4] = {};
   QIV_ADDR_T peer = {};
   Completions completions;
@@ -192,7 +193,8 @@ TEST_F(CompletionQueueTest, ConnectAndAcceptRefuseNullArguments) {
   const Queue queue(1);
   const Socket socket = qiv::test::TcpSocket();
   const Bound bound(queue, socket);
-  const QIV_ADDR_T address = qiv::test::ClosedAddress();
+  const Socket closed = qiv::test::BoundSocket(AF_INET, SOCK_STREAM);
+  const QIV_ADDR_T address = qiv::test::AddressOf(closed);
   int user = 0;
   const auto callback = Completions::Callback;
   EXPECT_EQ(-1, QIV_AsyncIO_ConnectEx(socket.Get(), nullptr, nullptr, 0, &user, callback));

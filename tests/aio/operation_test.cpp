@@ -221,7 +221,8 @@ TEST_F(OperationTest, OnlyMode1KeepsTheLockDuringTheCallback) {
 TEST_F(OperationTest, ConnectReportsTheSocketsError) {
   const qiv::test::Socket socket = qiv::test::TcpSocket();
   fcntl(socket.Get(), F_SETFL, O_NONBLOCK);
-  const QIV_ADDR_T address = qiv::test::ClosedAddress();
+  const qiv::test::Socket closed = qiv::test::BoundSocket(AF_INET, SOCK_STREAM);
+  const QIV_ADDR_T address = qiv::test::AddressOf(closed);
   connect(socket.Get(), &address.any, sizeof(sockaddr_in));
   IO_DATA request = Request(QIV_IO_CONNECT, socket, nullptr, 0);
   EXPECT_EQ(-1, Send(&request));

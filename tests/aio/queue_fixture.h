@@ -5,7 +5,10 @@
 #include <qiv/async_io.h>
 
 #include <cstdint>
+#include <string>
 
+#include "support/completions.h"
+#include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/sockets.h"
 
@@ -55,6 +58,47 @@ class Bound {
  private:
   QIV_HANDLE m_queue;
   int m_socket;
+};
+
+/** Every test runs with callbacks under the lock (mode 1) and without. */
+class BothModesTest : public LeakCheckedTest, public ::testing::WithParamInterface<int> {
+ protected:
+  int Mode() const { return GetParam(); }
+};
+
+inline std::string ModeName(const ::testing::TestParamInfo<int>& mode) {
+  return "Mode" + std::to_string(mode.param);
+}
+
+/** Keeps a one-worker queue's worker in a callback until it is let go. */
+class BusyWorker {
+ public:
+  explicit BusyWorker(const Queue& queue) : m_bound(queue, m_pair.first) {
+    m_completions.onCompletion = [this](const Completion&) {
+      m_entered.Open();
+      EXPECT_TRUE(m_mayGo.Wait());
+    };
+    EXPECT_EQ(0, QIV_AsyncIO_RecvEx(m_pair.first.Get(), &m_byte, 1, &m_completions,
+                                    Completions::Callback));
+    WriteAll(m_pair.second, "x");
+    EXPECT_TRUE(m_entered.Wait());
+  }
+  ~BusyWorker() { LetGo(); }
+  void LetGo() {
+    m_mayGo.Open();
+    EXPECT_TRUE(m_completions.WaitFor(1));
+  }
+
+  int BusySocket() const { return m_pair.first.Get(); }
+  void ForgetBinding() { m_bound.Forget(); }
+
+ private:
+  TcpPair m_pair;
+  Bound m_bound;
+  Completions m_completions;
+  Latch m_entered;
+  Latch m_mayGo;
+  char m_byte = 0;
 };
 
 }  // namespace qiv::test

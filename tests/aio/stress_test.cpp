@@ -81,7 +81,7 @@ class EchoServer {
     ReceiveNext(peer);
   }
 
-  Socket m_listener = qiv::test::Listener(1024);
+  Socket m_listener = qiv::test::Listener(AF_INET, 1024);
   std::vector<std::unique_ptr<Peer>> m_peers;
   Queue m_queue{2, 0};
 };

@@ -1,15 +1,20 @@
 // The addresses of a socket's two ends.
+#include <qiv/address.h>
+
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <qiv/address.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstddef>
 #include <cstring>
+#include <ostream>
 #include <string>
 
 #include "support/leak_check.h"
+#include "support/preferred_family.h"
+#include "support/sockets.h"
 
 namespace {
 
@@ -25,6 +30,19 @@ QIV_ADDR_T FilledRecord() {
   QIV_ADDR_T address;
   std::memset(&address, 0xAA, sizeof(address));
   return address;
+}
+
+constexpr std::array<unsigned char, 16> kIpv6Loopback = {0, 0, 0, 0, 0, 0, 0, 0,
+                                                         0, 0, 0, 0, 0, 0, 0, 1};
+
+Bytes Ipv6Record(std::array<unsigned char, 16> ip, unsigned int port) {
+  const sa_family_t family = AF_INET6;
+  Bytes bytes = {};
+  std::memcpy(bytes.data(), &family, sizeof(family));
+  bytes[2] = static_cast<unsigned char>(port >> 8);
+  bytes[3] = static_cast<unsigned char>(port & 0xFF);
+  std::memcpy(&bytes[8], ip.data(), ip.size());
+  return bytes;
 }
 
 class SocketEndsTest : public qiv::test::LeakCheckedTest {
@@ -92,6 +110,17 @@ TEST_F(SocketEndsTest, BothEndsOfAConnectionMatch) {
   EXPECT_EQ(QIV_GetAddrPort(&local), QIV_GetAddrPort(&acceptedPeer));
   EXPECT_EQ(QIV_GetAddrPort(&peer), QIV_GetAddrPort(&acceptedLocal));
   EXPECT_STREQ("127.0.0.1", QIV_GetAddrString(&peer));
+}
+
+TEST_F(SocketEndsTest, BothEndsOfAnIpv6ConnectionAreWhole) {
+  const qiv::test::TcpPair pair(AF_INET6);
+  QIV_ADDR_T local = FilledRecord();
+  QIV_ADDR_T peer = FilledRecord();
+  ASSERT_EQ(0, QIV_GetAddrBySockFd(pair.first.Get(), &local, &peer));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, QIV_GetAddrPort(&local)), BytesOf(local));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, QIV_GetAddrPort(&peer)), BytesOf(peer));
+  EXPECT_EQ(BytesOf(qiv::test::AddressOf(pair.first)), BytesOf(local));
+  EXPECT_EQ(BytesOf(qiv::test::AddressOf(pair.second)), BytesOf(peer));
 }
 
 TEST_F(SocketEndsTest, NothingAskedOrABadSocketIsRefused) {

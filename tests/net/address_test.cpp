@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstddef>
@@ -9,7 +11,13 @@
 #include <ostream>
 #include <string>
 
+#include "support/leak_check.h"
+#include "support/preferred_family.h"
+#include "support/sockets.h"
+
 namespace {
+
+using qiv::test::PreferredFamily;
 
 using Bytes = std::array<unsigned char, sizeof(QIV_ADDR_T)>;
 
@@ -50,17 +58,6 @@ constexpr std::array<unsigned char, 16> kIpv6Loopback = {0, 0, 0, 0, 0, 0, 0, 0,
                                                          0, 0, 0, 0, 0, 0, 0, 1};
 constexpr std::array<unsigned char, 16> kSixteenBytes = {1, 2,  3,  4,  5,  6,  7,  8,
                                                          9, 10, 11, 12, 13, 14, 15, 16};
-
-class PreferredFamily {
- public:
-  explicit PreferredFamily(int family) : m_saved(g_Af) { g_Af = family; }
-  ~PreferredFamily() { g_Af = m_saved; }
-  PreferredFamily(const PreferredFamily&) = delete;
-  PreferredFamily& operator=(const PreferredFamily&) = delete;
-
- private:
-  int m_saved;
-};
 
 TEST(AddressFamilyTest, OnlyThePreferredFamilyIsTranslated) {
   const PreferredFamily preferred(AF_INET6);
@@ -234,6 +231,34 @@ TEST(AddressTest, SetPortChangesThePortOnly) {
   EXPECT_EQ(wanted, BytesOf(address));
 }
 
+TEST(AddressTest, OnlyTheLowSixteenBitsOfAPortCount) {
+  constexpr unsigned int kPort = 0x12345678;
+  QIV_ADDR_T address = FilledRecord();
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET, "10.0.0.1", kPort, &address));
+  EXPECT_EQ(Ipv4Record({10, 0, 0, 1}, 0x5678), BytesOf(address));
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, "::1", kPort, &address));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, 0x5678), BytesOf(address));
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, nullptr, 65536, &address));
+  EXPECT_EQ(Ipv6Record(kIpv6Any, 0), BytesOf(address));
+  ASSERT_EQ(0, QIV_MakeAddr4ByInt(htonl(0x0A000001), kPort, &address));
+  EXPECT_EQ(Ipv4Record({10, 0, 0, 1}, 0x5678), BytesOf(address));
+  ASSERT_EQ(0, QIV_MakeAddr6ByInt(kIpv6Loopback.data(), kPort, &address));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, 0x5678), BytesOf(address));
+  ASSERT_EQ(0, QIV_SetAddrPort(&address, 0x10001));
+  EXPECT_EQ(Ipv6Record(kIpv6Loopback, 1), BytesOf(address));
+}
+
+TEST(AddressTest, FamilyAndPortMembersAreThoseOfEveryForm) {
+  QIV_ADDR_T address;
+  for (const char* text : {"10.0.0.1", "::1"}) {
+    ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, text, 0x1234, &address));
+    EXPECT_EQ(htons(0x1234), address.port) << text;
+    EXPECT_EQ(address.any.sa_family, address.family) << text;
+  }
+  address.port = htons(80);
+  EXPECT_EQ(80, QIV_GetAddrPort(&address));
+}
+
 // Reading a record.
 
 TEST(AddressTest, GettersReadAnIpv4Record) {
@@ -341,20 +366,34 @@ TEST(AddressTest, StringOfAMappedAddressIsTheIpv4TextAndEnds) {
   EXPECT_STREQ("10.1.2.3", QIV_GetAddrString(&address));
 }
 
-TEST(AddressTest, StringStaysWithinTheBuffer) {
+struct StringCase {
+  const char* address;
+  const char* text;
+  unsigned int smallestBuffer;
+};
+std::ostream& operator<<(std::ostream& out, const StringCase& row) { return out << row.address; }
+
+class AddressStringTest : public ::testing::TestWithParam<StringCase> {};
+
+TEST_P(AddressStringTest, IsPaddedToTheSizeAndWritesNothingWhenItDoesNotFit) {
   QIV_ADDR_T address;
-  char buffer[16];
-  for (const char* text : {"10.1.2.3", "::ffff:10.1.2.3", "fe80::1"}) {
-    ASSERT_EQ(0, QIV_MakeAddrByString(text[0] == '1' ? AF_INET : AF_INET6, text, 80, &address));
-    for (unsigned int size = 1; size < sizeof(buffer); ++size) {
-      std::memset(buffer, '#', sizeof(buffer));
-      QIV_GetAddrStringEx(&address, buffer, size);
-      EXPECT_EQ(std::string(sizeof(buffer) - size, '#'),
-                std::string(buffer + size, sizeof(buffer) - size))
-          << text << ", size " << size;
-    }
+  ASSERT_EQ(0, QIV_MakeAddrByString(AF_INET6, GetParam().address, 80, &address));
+  const std::string text = GetParam().text;
+  for (unsigned int size = 1; size <= 200; ++size) {
+    std::string buffer(202, '#');
+    std::string wanted = buffer;
+    const bool fits = size >= GetParam().smallestBuffer;
+    if (fits) wanted.replace(0, size, text + std::string(size - text.size(), '\0'));
+    EXPECT_EQ(fits ? &buffer[0] : nullptr, QIV_GetAddrStringEx(&address, &buffer[0], size));
+    EXPECT_EQ(wanted, buffer) << "size " << size;
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Forms, AddressStringTest,
+                         ::testing::Values(StringCase{"10.1.2.3", "10.1.2.3", 8},
+                                           StringCase{"::ffff:10.1.2.3", "10.1.2.3", 8},
+                                           StringCase{"::10.1.2.3", "10.1.2.3", 8},
+                                           StringCase{"fe80::1", "fe80::1", 8}));
 
 TEST(AddressTest, StringIsRefusedForNullZeroSizeOrAnotherFamily) {
   QIV_ADDR_T address;

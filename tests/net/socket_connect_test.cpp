@@ -1,32 +1,42 @@
-// Connecting with and without a time-out.
+// Connecting, with a limit and without.
+#include <qiv/socket.h>
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <qiv/socket.h>
+#include <qiv/poll.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <utility>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
 
+#include "net/socket.h"
+#include "support/captured_output.h"
 #include "support/interrupting_signals.h"
 #include "support/latch.h"
 #include "support/leak_check.h"
-#include "support/loopback.h"
 #include "support/no_descriptor_limit.h"
+#include "support/preferred_family.h"
 #include "support/run_in_thread.h"
+#include "support/sockets.h"
 #include "support/stopwatch.h"
 
 namespace {
 
+using qiv::test::AddressOf;
 using qiv::test::BoundSocket;
-using qiv::test::ConnectedPair;
-using qiv::test::ListeningSocket;
-using qiv::test::LocalAddress;
+using qiv::test::CapturedOutput;
+using qiv::test::Listener;
 using qiv::test::Loopback;
+using qiv::test::PreferredFamily;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
+using qiv::test::TcpPair;
 
 constexpr unsigned int kLongMs = 15000;
 
@@ -45,8 +55,8 @@ TEST_F(ConnectTest, RefusesNullBeforeTheSystem) {
 
 TEST_F(ConnectTest, WithALimitLeavesTheSocketBlocking) {
   for (const int family : {AF_INET, AF_INET6}) {
-    const Socket listener = ListeningSocket(family);
-    const QIV_ADDR_T target = LocalAddress(listener);
+    const Socket listener = Listener(family);
+    const QIV_ADDR_T target = AddressOf(listener);
     const Socket client(family, SOCK_STREAM);
     EXPECT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs)) << family;
     EXPECT_FALSE(IsNonBlocking(client)) << family;
@@ -54,8 +64,8 @@ TEST_F(ConnectTest, WithALimitLeavesTheSocketBlocking) {
 }
 
 TEST_F(ConnectTest, WithoutALimitDoesNotTouchTheBlockingMode) {
-  const Socket listener = ListeningSocket();
-  const QIV_ADDR_T target = LocalAddress(listener);
+  const Socket listener = Listener();
+  const QIV_ADDR_T target = AddressOf(listener);
   const Socket blocking(AF_INET, SOCK_STREAM);
   EXPECT_EQ(0, QIV_ConnectWithTimeOut(blocking.Get(), &target, QIV_INFINITE));
   EXPECT_FALSE(IsNonBlocking(blocking));
@@ -67,8 +77,8 @@ TEST_F(ConnectTest, WithoutALimitDoesNotTouchTheBlockingMode) {
 }
 
 TEST_F(ConnectTest, WithoutALimitIsKeptToRefuseIpv6) {
-  const Socket listener = ListeningSocket(AF_INET6);
-  const QIV_ADDR_T target = LocalAddress(listener);
+  const Socket listener = Listener(AF_INET6);
+  const QIV_ADDR_T target = AddressOf(listener);
   const Socket client(AF_INET6, SOCK_STREAM);
   errno = 0;
   EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &target, QIV_INFINITE));
@@ -77,7 +87,7 @@ TEST_F(ConnectTest, WithoutALimitIsKeptToRefuseIpv6) {
 
 TEST_F(ConnectTest, ToAPortWithoutAListenerIsRefusedAndTheSocketBlocksAgain) {
   const Socket taken = BoundSocket(AF_INET, SOCK_STREAM);  // bound, so nobody else listens there
-  const QIV_ADDR_T target = LocalAddress(taken);
+  const QIV_ADDR_T target = AddressOf(taken);
   const Socket client(AF_INET, SOCK_STREAM);
   errno = 0;
   EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
@@ -87,19 +97,19 @@ TEST_F(ConnectTest, ToAPortWithoutAListenerIsRefusedAndTheSocketBlocksAgain) {
 
 TEST_F(ConnectTest, ThatSucceedsAtOnceIsKeptToLeaveTheSocketNonBlocking) {
   const Socket far = BoundSocket(AF_INET, SOCK_DGRAM);
-  const QIV_ADDR_T target = LocalAddress(far);
+  const QIV_ADDR_T target = AddressOf(far);
   const Socket near(AF_INET, SOCK_DGRAM);
   EXPECT_EQ(0, QIV_ConnectWithTimeOut(near.Get(), &target, 0));
   EXPECT_TRUE(IsNonBlocking(near));
 }
 
 TEST_F(ConnectTest, ThatFailsAtOnceIsKeptToLeaveTheSocketNonBlocking) {
-  const ConnectedPair pair;
-  const QIV_ADDR_T target = LocalAddress(pair.far);
+  const TcpPair pair;
+  const QIV_ADDR_T target = AddressOf(pair.second);
   errno = 0;
-  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(pair.near.Get(), &target, 100));
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(pair.first.Get(), &target, 100));
   EXPECT_EQ(EISCONN, errno);
-  EXPECT_TRUE(IsNonBlocking(pair.near));
+  EXPECT_TRUE(IsNonBlocking(pair.first));
 }
 
 TEST_F(ConnectTest, OfABadDescriptorFailsWithTheSystemsError) {
@@ -109,13 +119,26 @@ TEST_F(ConnectTest, OfABadDescriptorFailsWithTheSystemsError) {
   EXPECT_EQ(EBADF, errno);
 }
 
+TEST_F(ConnectTest, WhoseWaitReportsAnythingButRoomIsATimeOutAndTheSocketBlocksAgain) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(0, pipe2(ends, O_NONBLOCK));
+  const Socket readEnd(ends[0]);
+  close(ends[1]);  // the read end reports a hang-up, and never room to write
+  const Stopwatch time;
+  errno = 0;
+  EXPECT_EQ(-1, qiv::net::FinishConnection(readEnd.Get(), kLongMs));
+  EXPECT_EQ(ETIMEDOUT, errno);
+  EXPECT_LT(time.Milliseconds(), kLongMs);
+  EXPECT_FALSE(IsNonBlocking(readEnd));
+}
+
 /** A listener whose queue is full: the system lets further connections wait. */
 class FullListenerTest : public ConnectTest {
  protected:
   void SetUp() override {
     ConnectTest::SetUp();
-    m_listener = ListeningSocket(AF_INET, 0);
-    m_target = LocalAddress(m_listener);
+    m_listener = Listener(AF_INET, 0);
+    m_target = AddressOf(m_listener);
     for (int i = 0; i < 8; ++i) {
       Socket filler(AF_INET, SOCK_STREAM | SOCK_NONBLOCK);
       ASSERT_EQ(-1, connect(filler.Get(), &m_target.any, sizeof(sockaddr_in)));

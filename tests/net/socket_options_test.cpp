@@ -1,3 +1,4 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/tcp.h>
@@ -14,7 +15,7 @@
 
 #include "net/socket.h"
 #include "support/leak_check.h"
-#include "support/loopback.h"
+#include "support/sockets.h"
 
 namespace {
 
@@ -185,6 +186,8 @@ TEST_F(SocketOptionsTest, BindToDeviceDoesWhatTheSystemAllows) {
 TEST_F(SocketOptionsTest, BindToDeviceRefusesNullBeforeTheSystem) {
   errno = 0;
   EXPECT_EQ(-1, QIV_Bind_ToDevice(-1, nullptr));
+  const Socket socket(AF_INET, SOCK_DGRAM);
+  EXPECT_EQ(-1, QIV_Bind_ToDevice(socket.Get(), nullptr));
   EXPECT_EQ(0, errno);
 }
 

@@ -2,31 +2,40 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <qiv/poll.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <string>
+#include <thread>
 #include <tuple>
+#include <vector>
 
 #include "net/socket.h"
 #include "support/captured_output.h"
+#include "support/interrupting_signals.h"
+#include "support/latch.h"
 #include "support/leak_check.h"
-#include "support/loopback.h"
 #include "support/no_descriptor_limit.h"
+#include "support/preferred_family.h"
 #include "support/run_in_thread.h"
+#include "support/sockets.h"
 #include "support/stopwatch.h"
 
 namespace {
 
+using qiv::test::AddressOf;
 using qiv::test::BoundSocket;
 using qiv::test::CapturedOutput;
-using qiv::test::ConnectedPair;
-using qiv::test::ListeningSocket;
-using qiv::test::LocalAddress;
+using qiv::test::Listener;
 using qiv::test::Loopback;
+using qiv::test::PreferredFamily;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
+using qiv::test::TcpPair;
 
 constexpr unsigned int kLongMs = 15000;
 
@@ -94,15 +103,13 @@ TEST_F(SocketTest, CreateWithAnotherFamilyIsRefusedByTheSystem) {
 }
 
 TEST_F(SocketTest, CreateWithThePreferredFamilyFollowsIt) {
-  const int saved = g_Af;
   for (const int family : {AF_INET, AF_INET6}) {
-    g_Af = family;
+    const PreferredFamily preferred(family);
     const Socket created(QIV_CreateSocket(QIV_AF_PREFERRED, SOCK_STREAM, 0));
     EXPECT_EQ(family, IntOption(created.Get(), SOL_SOCKET, SO_DOMAIN));
   }
-  g_Af = 0;
+  const PreferredFamily unknown(0);
   EXPECT_EQ(-1, QIV_CreateSocket(QIV_AF_PREFERRED, SOCK_STREAM, 0));
-  g_Af = saved;
 }
 
 TEST_F(SocketTest, CreateDualGivesAnIpv6SocketThatAcceptsIpv4) {
@@ -118,7 +125,7 @@ TEST_F(SocketTest, CreateDualGivesAnIpv6SocketThatAcceptsIpv4) {
   ASSERT_EQ(0, QIV_MakeAddrByString(QIV_AF_INET6_DUAL, "::", 0, &any));
   ASSERT_EQ(0, QIV_Bind(created.Get(), &any));
   ASSERT_EQ(0, QIV_Listen(created.Get(), 1));
-  const QIV_ADDR_T bound = LocalAddress(created);
+  const QIV_ADDR_T bound = AddressOf(created);
   const QIV_ADDR_T target = Loopback(AF_INET, QIV_GetAddrPort(&bound));
   const Socket client(AF_INET, SOCK_STREAM);
   ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
@@ -172,23 +179,23 @@ TEST_F(SocketTest, CloseGivesTheSystemsResult) {
 TEST_F(SocketTest, CloseWithShutdownEndsTheConnectionForOtherHolders) {
   char byte = 0;
   for (const int shutdownFirst : {0, 1, -1}) {
-    ConnectedPair pair;
-    const Socket other(dup(pair.near.Get()));
-    ASSERT_EQ(0, QIV_CloseSocket(pair.near.Release(), shutdownFirst));
-    const ssize_t received = recv(pair.far.Get(), &byte, 1, MSG_DONTWAIT);
+    TcpPair pair;
+    const Socket other(dup(pair.first.Get()));
+    ASSERT_EQ(0, QIV_CloseSocket(pair.first.Release(), shutdownFirst));
+    const ssize_t received = recv(pair.second.Get(), &byte, 1, MSG_DONTWAIT);
     EXPECT_EQ(shutdownFirst != 0 ? 0 : -1, received) << shutdownFirst;
   }
 }
 
 TEST_F(SocketTest, ShutDownEndsTheDirectionThatIsAsked) {
-  ConnectedPair pair;
+  TcpPair pair;
   char byte = 0;
-  ASSERT_EQ(0, QIV_ShutDown(pair.near.Get(), SHUT_WR));
-  EXPECT_EQ(0, recv(pair.far.Get(), &byte, 1, 0));
-  EXPECT_EQ(1, send(pair.far.Get(), "x", 1, 0));
-  EXPECT_EQ(1, recv(pair.near.Get(), &byte, 1, 0));
+  ASSERT_EQ(0, QIV_ShutDown(pair.first.Get(), SHUT_WR));
+  EXPECT_EQ(0, recv(pair.second.Get(), &byte, 1, 0));
+  EXPECT_EQ(1, send(pair.second.Get(), "x", 1, 0));
+  EXPECT_EQ(1, recv(pair.first.Get(), &byte, 1, 0));
   errno = 0;
-  EXPECT_EQ(-1, QIV_ShutDown(pair.near.Get(), 99));
+  EXPECT_EQ(-1, QIV_ShutDown(pair.first.Get(), 99));
   EXPECT_EQ(EINVAL, errno);
 }
 
@@ -197,7 +204,7 @@ TEST_F(SocketTest, BindTakesTheLengthOfTheFamily) {
     const Socket unbound(family, SOCK_STREAM);
     const QIV_ADDR_T address = Loopback(family);
     ASSERT_EQ(0, QIV_Bind(unbound.Get(), &address)) << family;
-    const QIV_ADDR_T bound = LocalAddress(unbound);
+    const QIV_ADDR_T bound = AddressOf(unbound);
     EXPECT_NE(0, QIV_GetAddrPort(&bound)) << family;
   }
 }
@@ -209,9 +216,9 @@ TEST_F(SocketTest, BindRefusesNullBeforeTheSystem) {
 }
 
 TEST_F(SocketTest, BindGivesTheSystemsError) {
-  const Socket first = ListeningSocket();
+  const Socket first = Listener();
   const Socket second(AF_INET, SOCK_STREAM);
-  const QIV_ADDR_T taken = LocalAddress(first);
+  const QIV_ADDR_T taken = AddressOf(first);
   errno = 0;
   EXPECT_EQ(-1, QIV_Bind(second.Get(), &taken));
   EXPECT_EQ(EADDRINUSE, errno);
@@ -252,7 +259,7 @@ TEST_F(SocketTest, SetNonBlockOfABadDescriptorFails) {
 // Accepting.
 
 TEST_F(SocketTest, AcceptWithNothingPendingEndsWithItsTimeOut) {
-  const Socket listener = ListeningSocket();
+  const Socket listener = Listener();
   EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, 0));
   const Stopwatch time;
   EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, 100));
@@ -261,39 +268,47 @@ TEST_F(SocketTest, AcceptWithNothingPendingEndsWithItsTimeOut) {
 
 TEST_F(SocketTest, AcceptTakesAPendingConnectionAndThePeer) {
   for (const int family : {AF_INET, AF_INET6}) {
-    const Socket listener = ListeningSocket(family);
-    const QIV_ADDR_T target = LocalAddress(listener);
+    const Socket listener = Listener(family);
+    const QIV_ADDR_T target = AddressOf(listener);
     const Socket client(family, SOCK_STREAM);
     ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
     QIV_ADDR_T peer = {};
     const Socket accepted(QIV_Accept(listener.Get(), &peer, kLongMs));
     ASSERT_NE(-1, accepted.Get());
-    const QIV_ADDR_T local = LocalAddress(client);
+    const QIV_ADDR_T local = AddressOf(client);
     EXPECT_EQ(family, QIV_GetAddrType(&peer));
     EXPECT_EQ(QIV_GetAddrPort(&local), QIV_GetAddrPort(&peer));
   }
 }
 
-TEST_F(SocketTest, AcceptWithoutALimitWaitsForAConnection) {
-  const Socket listener = ListeningSocket();
-  const QIV_ADDR_T target = LocalAddress(listener);
-  auto accepted = RunInThread([&] { return QIV_Accept(listener.Get(), nullptr, QIV_INFINITE); });
-  const Socket client(AF_INET, SOCK_STREAM);
-  ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, QIV_INFINITE));
-  const Socket connection(accepted.Get());
-  EXPECT_NE(-1, connection.Get());
+TEST_F(SocketTest, AcceptWaitsForAConnectionWithALimitAndWithout) {
+  for (const unsigned int ms : {kLongMs, QIV_INFINITE}) {
+    const Socket listener = Listener();
+    const QIV_ADDR_T target = AddressOf(listener);
+    const Socket client(AF_INET, SOCK_STREAM);
+    const Stopwatch time;
+    auto connected = RunInThread([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));  // gives the call time to wait
+      return connect(client.Get(), &target.any, sizeof(sockaddr_in));
+    });
+    const Socket connection(QIV_Accept(listener.Get(), nullptr, ms));
+    EXPECT_NE(-1, connection.Get()) << ms;
+    EXPECT_GE(time.Milliseconds(), 47);
+    EXPECT_EQ(0, connected.Get());
+  }
 }
 
 TEST_F(SocketTest, AcceptOnASocketThatDoesNotListenFails) {
   const Socket idle(AF_INET, SOCK_STREAM);
-  EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, kLongMs));  // ready, but not to read
   errno = 0;
+  EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, kLongMs));  // ready, but not to read
+  EXPECT_EQ(0, errno);                                      // so the system is not asked
   EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, QIV_INFINITE));
   EXPECT_EQ(EINVAL, errno);
 }
 
 TEST_F(SocketTest, AcceptFailsWhenTheWaitFails) {
-  const Socket listener = ListeningSocket();
+  const Socket listener = Listener();
   const qiv::test::NoDescriptorLimit noDescriptors;
   errno = 0;
   EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, kLongMs));

@@ -23,11 +23,8 @@ int Checked(int result, const char* step) {
   return result;
 }
 
-void BindToLoopback(const Socket& socket) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  Checked(bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), "bind");
+socklen_t LengthOf(const QIV_ADDR_T& address) {
+  return address.family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
 }
 
 bool WaitFor(const Socket& socket, short events) {
@@ -36,6 +33,8 @@ bool WaitFor(const Socket& socket, short events) {
 }
 
 }  // namespace
+
+Socket::Socket(int family, int type) : m_descriptor(Checked(socket(family, type, 0), "socket")) {}
 
 Socket& Socket::operator=(Socket&& other) noexcept {
   if (this != &other) {
@@ -56,19 +55,28 @@ void Socket::Close() {
   m_descriptor = -1;
 }
 
-Socket TcpSocket() { return Socket(Checked(socket(AF_INET, SOCK_STREAM, 0), "socket")); }
+Socket TcpSocket() { return {AF_INET, SOCK_STREAM}; }
 
-Socket UdpSocket() { return Socket(Checked(socket(AF_INET, SOCK_DGRAM, 0), "socket")); }
+Socket UdpSocket() { return {AF_INET, SOCK_DGRAM}; }
 
-Socket BoundUdpSocket() {
-  Socket socket = UdpSocket();
-  BindToLoopback(socket);
+QIV_ADDR_T Loopback(int family, unsigned int port) {
+  QIV_ADDR_T address;
+  const char* const text = family == AF_INET ? "127.0.0.1" : "::1";
+  Checked(QIV_MakeAddrByString(family, text, port, &address), "address");
+  return address;
+}
+
+Socket BoundSocket(int family, int type) {
+  Socket socket(family, type);
+  const QIV_ADDR_T address = Loopback(family);
+  Checked(bind(socket.Get(), &address.any, LengthOf(address)), "bind");
   return socket;
 }
 
-Socket Listener(int backlog) {
-  Socket socket = TcpSocket();
-  BindToLoopback(socket);
+Socket BoundUdpSocket() { return BoundSocket(AF_INET, SOCK_DGRAM); }
+
+Socket Listener(int family, int backlog) {
+  Socket socket = BoundSocket(family, SOCK_STREAM);
   Checked(listen(socket.Get(), backlog), "listen");
   return socket;
 }
@@ -76,28 +84,20 @@ Socket Listener(int backlog) {
 QIV_ADDR_T AddressOf(const Socket& socket) {
   QIV_ADDR_T address = {};
   socklen_t length = sizeof(address);
-  Checked(getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&address), &length), "getsockname");
+  Checked(getsockname(socket.Get(), &address.any, &length), "getsockname");
   return address;
 }
 
-QIV_ADDR_T ClosedAddress() {
-  Socket socket = TcpSocket();
-  BindToLoopback(socket);
-  return AddressOf(socket);
-}
-
-TcpPair::TcpPair() {
-  const Socket listener = Listener();
+TcpPair::TcpPair(int family) : first(family, SOCK_STREAM) {
+  const Socket listener = Listener(family);
   const QIV_ADDR_T address = AddressOf(listener);
-  first = TcpSocket();
-  Checked(connect(first.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(sockaddr_in)),
-          "connect");
+  Checked(connect(first.Get(), &address.any, LengthOf(address)), "connect");
   second = Socket(Checked(accept(listener.Get(), nullptr, nullptr), "accept"));
 }
 
 void Reset(Socket& socket) {
   const linger abort = {1, 0};
-  setsockopt(socket.Get(), SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
+  Checked(setsockopt(socket.Get(), SOL_SOCKET, SO_LINGER, &abort, sizeof(abort)), "setsockopt");
   socket.Close();
 }
 

@@ -1,9 +1,11 @@
-// Sockets on the loopback interface for tests; everything is closed at the end of its scope.
+// Sockets on the loopback interface for tests, on ports chosen by the system; everything is closed
+// at the end of its scope. A set-up that fails ends the test process with a message.
 #ifndef QIV_TESTS_SUPPORT_SOCKETS_H
 #define QIV_TESTS_SUPPORT_SOCKETS_H
 
 #include <netinet/in.h>
 #include <qiv/address.h>
+#include <sys/socket.h>
 
 #include <cstddef>
 #include <string>
@@ -13,8 +15,8 @@ namespace qiv::test {
 /** Owns a descriptor. */
 class Socket {
  public:
-  Socket() = default;
-  explicit Socket(int descriptor) : m_descriptor(descriptor) {}
+  explicit Socket(int descriptor = -1) : m_descriptor(descriptor) {}
+  Socket(int family, int type);
   ~Socket() { Close(); }
   Socket(Socket&& other) noexcept : m_descriptor(other.Release()) {}
   Socket& operator=(Socket&& other) noexcept;
@@ -26,27 +28,31 @@ class Socket {
   void Close();
 
  private:
-  int m_descriptor = -1;
+  int m_descriptor;
 };
 
 Socket TcpSocket();
 Socket UdpSocket();
 
-/** A datagram socket bound to a free loopback port. */
+/** The loopback address of a family. */
+QIV_ADDR_T Loopback(int family, unsigned int port = 0);
+
+/**
+ * A socket bound to a free loopback port. A stream socket refuses every connection, and nobody else
+ * gets its port as long as it lives.
+ */
+Socket BoundSocket(int family, int type);
 Socket BoundUdpSocket();
 
-/** A socket that listens on a free loopback port. */
-Socket Listener(int backlog = 128);
+/** A stream socket that listens on a free loopback port. */
+Socket Listener(int family = AF_INET, int backlog = 128);
 
 /** The address that a socket is bound to. */
 QIV_ADDR_T AddressOf(const Socket& socket);
 
-/** A loopback address at which nothing listens. */
-QIV_ADDR_T ClosedAddress();
-
 /** Two connected stream sockets. */
 struct TcpPair {
-  TcpPair();
+  explicit TcpPair(int family = AF_INET);
   Socket first;
   Socket second;
 };
