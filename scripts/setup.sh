@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 build_packages=(g++ cmake ninja-build libboost-dev uuid-dev)
 test_packages=(libgtest-dev pkgconf)
-ci_packages=(clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev)
+ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 
 # libuuid for ARM, unpacked beside the build instead of installed: a full second architecture on
