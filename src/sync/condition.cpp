@@ -1,12 +1,14 @@
 // Conditions: the platform's condition on the monotonic clock, and the list of their attributes.
 //
 // g_mapCondAttr is guarded by g_lockCondAttr, which is also held while the trace lines are written.
-// No other lock is taken under it.
+// No other lock is taken under it. g_mapIsGone is set under the lock too; threads that still run
+// while the process exits read it when the lock is no more, and go on without the map.
 #include "sync/condition.h"
 
 #include <qiv/condition.h>
 #include <time.h>
 
+#include <atomic>
 #include <memory>
 #include <new>
 #include <utility>
@@ -24,6 +26,24 @@ std::map<pthread_cond_t*, pthread_condattr_t*> g_mapCondAttr;
 QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_LOCK) QIV_Mutex g_lockCondAttr;
 
 namespace {
+
+std::atomic<bool> g_mapIsGone{false};
+
+bool MapIsGone() { return g_mapIsGone.load(std::memory_order_acquire); }
+
+/** Destroyed before the lock and the map. */
+class EndOfMap {
+ public:
+  constexpr EndOfMap() noexcept = default;
+  ~EndOfMap() {
+    const base::ScopedLock lock(g_lockCondAttr);
+    g_mapIsGone.store(true, std::memory_order_release);
+  }
+  EndOfMap(const EndOfMap&) = delete;
+  EndOfMap& operator=(const EndOfMap&) = delete;
+};
+
+QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_END) EndOfMap g_endOfMap;
 
 void FreeAttribute(pthread_condattr_t* attribute) {
   pthread_condattr_destroy(attribute);
@@ -48,13 +68,16 @@ AttributePointer NewMonotonicAttribute() {
 void EnterAttribute(pthread_cond_t* condition, AttributePointer attribute) {
   const base::ScopedLock lock(g_lockCondAttr);
   // Kept: an address that is entered already gets the new attribute, and the old one is not freed.
-  g_mapCondAttr[condition] = attribute.get();
+  const bool isKept = !MapIsGone();
+  if (isKept) g_mapCondAttr[condition] = attribute.get();
   base::Diagnose("QIV_CondCreate pCond:%p,pCondAttr:%p\r\n", static_cast<void*>(condition),
-                 static_cast<void*>(attribute.release()));
+                 static_cast<void*>(attribute.get()));
+  if (isKept) static_cast<void>(attribute.release());  // the map's now
 }
 
 void RemoveAttribute(pthread_cond_t* condition) {
   const base::ScopedLock lock(g_lockCondAttr);
+  if (MapIsGone()) return;
   const auto entry = g_mapCondAttr.find(condition);
   if (entry == g_mapCondAttr.end()) return;
   base::Diagnose("QIV_CondDestroy pCond:%p,pCondAttr:%p\r\n", static_cast<void*>(condition),

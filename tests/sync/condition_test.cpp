@@ -2,12 +2,15 @@
 #include <qiv/mutex.h>
 
 #include <gtest/gtest.h>
+#include <qiv/thread.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <thread>
 
 #include "base/scoped_lock.h"
 #include "support/captured_output.h"
@@ -15,6 +18,7 @@
 #include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
+#include "support/test_limit.h"
 #include "sync/condition.h"
 
 namespace {
@@ -336,6 +340,29 @@ TEST_F(ConditionTest, ClassForwardsItsWakes) {
     EXPECT_TRUE(raised);
     QIV_MutexUnlock(&m_mutex);
     EXPECT_EQ(0, waker.Get());
+  }
+}
+
+void* UseConditionsForEver(void*) {
+  for (;;) {
+    pthread_cond_t condition;
+    QIV_CondCreate(&condition);
+    QIV_CondDestroy(&condition);
+  }
+}
+
+[[noreturn]] void ExitWhileThreadsUseConditions() {
+  if (std::freopen("/dev/null", "w", stderr) == nullptr) std::_Exit(1);
+  for (int i = 0; i < 3; ++i) {
+    if (QIV_ThreadDetached_Create(UseConditionsForEver, nullptr, 0) != 1) std::_Exit(2);
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  std::exit(0);
+}
+
+TEST(ConditionMisuseTest, ThreadsThatUseConditionsWhileTheProcessExitsDoNoHarm) {
+  for (int round = 0; round < qiv::test::ScaledLoad(50); ++round) {
+    EXPECT_EXIT(ExitWhileThreadsUseConditions(), ::testing::ExitedWithCode(0), "");
   }
 }
 
