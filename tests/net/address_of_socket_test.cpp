@@ -12,38 +12,18 @@
 #include <ostream>
 #include <string>
 
+#include "support/address_records.h"
 #include "support/leak_check.h"
 #include "support/preferred_family.h"
 #include "support/sockets.h"
 
 namespace {
 
-using Bytes = std::array<unsigned char, sizeof(QIV_ADDR_T)>;
-
-Bytes BytesOf(const QIV_ADDR_T& address) {
-  Bytes bytes;
-  std::memcpy(bytes.data(), &address, bytes.size());
-  return bytes;
-}
-
-QIV_ADDR_T FilledRecord() {
-  QIV_ADDR_T address;
-  std::memset(&address, 0xAA, sizeof(address));
-  return address;
-}
-
-constexpr std::array<unsigned char, 16> kIpv6Loopback = {0, 0, 0, 0, 0, 0, 0, 0,
-                                                         0, 0, 0, 0, 0, 0, 0, 1};
-
-Bytes Ipv6Record(std::array<unsigned char, 16> ip, unsigned int port) {
-  const sa_family_t family = AF_INET6;
-  Bytes bytes = {};
-  std::memcpy(bytes.data(), &family, sizeof(family));
-  bytes[2] = static_cast<unsigned char>(port >> 8);
-  bytes[3] = static_cast<unsigned char>(port & 0xFF);
-  std::memcpy(&bytes[8], ip.data(), ip.size());
-  return bytes;
-}
+using qiv::test::Bytes;
+using qiv::test::BytesOf;
+using qiv::test::FilledRecord;
+using qiv::test::Ipv6Record;
+using qiv::test::kIpv6Loopback;
 
 class SocketEndsTest : public qiv::test::LeakCheckedTest {
  protected:

@@ -11,51 +11,22 @@
 #include <ostream>
 #include <string>
 
+#include "support/address_records.h"
 #include "support/leak_check.h"
 #include "support/preferred_family.h"
 #include "support/sockets.h"
 
 namespace {
 
+using qiv::test::Bytes;
+using qiv::test::BytesOf;
+using qiv::test::FilledRecord;
+using qiv::test::Ipv4Record;
+using qiv::test::Ipv6Record;
+using qiv::test::kIpv6Loopback;
 using qiv::test::PreferredFamily;
 
-using Bytes = std::array<unsigned char, sizeof(QIV_ADDR_T)>;
-
-Bytes BytesOf(const QIV_ADDR_T& address) {
-  Bytes bytes;
-  std::memcpy(bytes.data(), &address, bytes.size());
-  return bytes;
-}
-
-QIV_ADDR_T FilledRecord() {
-  QIV_ADDR_T address;
-  std::memset(&address, 0xAA, sizeof(address));
-  return address;
-}
-
-Bytes Ipv4Record(std::array<unsigned char, 4> ip, unsigned int port) {
-  const sa_family_t family = AF_INET;
-  Bytes bytes = {};
-  std::memcpy(bytes.data(), &family, sizeof(family));
-  bytes[2] = static_cast<unsigned char>(port >> 8);
-  bytes[3] = static_cast<unsigned char>(port & 0xFF);
-  std::memcpy(&bytes[4], ip.data(), ip.size());
-  return bytes;
-}
-
-Bytes Ipv6Record(std::array<unsigned char, 16> ip, unsigned int port) {
-  const sa_family_t family = AF_INET6;
-  Bytes bytes = {};
-  std::memcpy(bytes.data(), &family, sizeof(family));
-  bytes[2] = static_cast<unsigned char>(port >> 8);
-  bytes[3] = static_cast<unsigned char>(port & 0xFF);
-  std::memcpy(&bytes[8], ip.data(), ip.size());
-  return bytes;
-}
-
 constexpr std::array<unsigned char, 16> kIpv6Any = {};
-constexpr std::array<unsigned char, 16> kIpv6Loopback = {0, 0, 0, 0, 0, 0, 0, 0,
-                                                         0, 0, 0, 0, 0, 0, 0, 1};
 constexpr std::array<unsigned char, 16> kSixteenBytes = {1, 2,  3,  4,  5,  6,  7,  8,
                                                          9, 10, 11, 12, 13, 14, 15, 16};
 
