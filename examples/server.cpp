@@ -74,6 +74,7 @@ void Server::RequestAccept() {
     return;
   }
   m_acceptState.store(AcceptState::kPending, std::memory_order_release);
+  m_roomMade = false;
   if (QIV_AsyncIO_AcceptEx(m_listener.Descriptor(), nullptr, nullptr, 0, this, OnAccepted) !=
       QIV_OK) {
     throw std::runtime_error("cannot request an accept");
@@ -95,7 +96,7 @@ void Server::TakeAccepted() {
 // A client that went away before it was accepted is no failure. A shortage ends when a session
 // does; trying again before that would only spin.
 void Server::OnAcceptFailed() {
-  if (!IsShortage(m_acceptError)) {
+  if (!IsShortage(m_acceptError) || m_roomMade) {
     return;
   }
   const char* reason = std::strerror(static_cast<int>(m_acceptError));
@@ -126,6 +127,7 @@ void Server::RemoveSessions(bool all) {
     }
     m_echoedBytes += session->EchoedBytes();
     session = m_sessions.erase(session);
+    m_roomMade = true;
     m_waitForRoom = false;
   }
 }

@@ -56,6 +56,7 @@ class Server {
   std::atomic<AcceptState> m_acceptState{AcceptState::kNone};
   unsigned int m_acceptError = 0;
   int m_accepted = -1;
+  bool m_roomMade = false;     // a session was removed since the pending accept was requested
   bool m_waitForRoom = false;  // an accept failed for want of descriptors or memory
   BoundSocket m_listener;      // last: closed first, after which no callback uses the others
 };

@@ -15,12 +15,10 @@
 #include <vector>
 
 #include "net/socket.h"
-#include "support/captured_output.h"
 #include "support/interrupting_signals.h"
 #include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/no_descriptor_limit.h"
-#include "support/preferred_family.h"
 #include "support/run_in_thread.h"
 #include "support/sockets.h"
 #include "support/stopwatch.h"
@@ -29,10 +27,8 @@ namespace {
 
 using qiv::test::AddressOf;
 using qiv::test::BoundSocket;
-using qiv::test::CapturedOutput;
 using qiv::test::Listener;
 using qiv::test::Loopback;
-using qiv::test::PreferredFamily;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
