@@ -10,14 +10,39 @@ thread_local int t_untilFailure = 0;
 thread_local bool t_failsForEver = false;
 thread_local bool t_happened = false;
 
-void* Allocate(std::size_t size) noexcept {
+bool ThisOneFails() noexcept {
   if (t_untilFailure == 1) {
     if (!t_failsForEver) t_untilFailure = 0;
     t_happened = true;
-    return nullptr;
+    return true;
   }
   if (t_untilFailure > 1) --t_untilFailure;
-  return std::malloc(size == 0 ? 1 : size);
+  return false;
+}
+
+}  // namespace
+
+// The linker leads the calls of malloc() and its kind in the objects of this program here.
+extern "C" {
+
+void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* memory, std::size_t size);
+
+void* __wrap_malloc(std::size_t size) { return ThisOneFails() ? nullptr : __real_malloc(size); }
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+  return ThisOneFails() ? nullptr : __real_calloc(count, size);
+}
+void* __wrap_realloc(void* memory, std::size_t size) {
+  return ThisOneFails() ? nullptr : __real_realloc(memory, size);
+}
+
+}  // extern "C"
+
+namespace {
+
+void* Allocate(std::size_t size) noexcept {
+  return ThisOneFails() ? nullptr : __real_malloc(size == 0 ? 1 : size);
 }
 
 void* AllocateOrThrow(std::size_t size) {
