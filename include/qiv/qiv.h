@@ -7,6 +7,7 @@
 
 #include <qiv/address.h>
 #include <qiv/async_io.h>
+#include <qiv/atomic.h>
 #include <qiv/condition.h>
 #include <qiv/debug.h>
 #include <qiv/error.h>
@@ -14,6 +15,7 @@
 #include <qiv/mutex.h>
 #include <qiv/poll.h>
 #include <qiv/semaphore.h>
+#include <qiv/shared_mutex.h>
 #include <qiv/socket.h>
 #include <qiv/system.h>
 #include <qiv/thread.h>
