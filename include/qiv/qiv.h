@@ -19,6 +19,7 @@
 #include <qiv/socket.h>
 #include <qiv/system.h>
 #include <qiv/thread.h>
+#include <qiv/thread_pool.h>
 #include <qiv/time.h>
 #include <qiv/time_classes.h>
 #include <qiv/trace_info.h>

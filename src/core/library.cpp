@@ -7,6 +7,7 @@
 #include <qiv/library.h>
 #include <qiv/mutex.h>
 #include <qiv/socket.h>
+#include <qiv/thread_pool.h>
 
 #include <csignal>
 #include <iterator>
@@ -27,6 +28,7 @@ unsigned int g_startCount QIV_GUARDED_BY(g_libraryMutex) = 0;
 
 Service g_services[] QIV_GUARDED_BY(g_libraryMutex) = {
     {QIV_InitNetwork_Inter, QIV_FiniNetwork_Inter, false},
+    {QIV_InitThreadPool_Inter, QIV_FiniThreadPool_Inter, false},
     {QIV_InitError_Inter, QIV_FiniError_Inter, false},
 };
 

@@ -5,11 +5,11 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <limits>
 #include <thread>
 
+#include "support/eventually.h"
 #include "support/failing_allocation.h"
 #include "support/latch.h"
 #include "support/leak_check.h"
@@ -19,24 +19,13 @@
 
 namespace {
 
+using qiv::test::Eventually;
 using qiv::test::FailingAllocation;
 using qiv::test::Latch;
 using qiv::test::RunInThread;
-using qiv::test::TestLimit;
 using qiv::thread::PlatformThreadIds;
 using qiv::thread::TableThreadIds;
 using qiv::thread::ThreadIdTable;
-
-/** Yields until the condition holds; false when TestLimit() has passed first. */
-template <class Condition>
-bool Eventually(Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + TestLimit();
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 void* WaitForLatch(void* latch) { return static_cast<Latch*>(latch)->Wait() ? latch : nullptr; }
 

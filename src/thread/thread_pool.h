@@ -1,0 +1,109 @@
+// The records of the thread pools and what is done with their workers.
+//
+// A pool's mutex guards everything in the pool but what a worker that was handed work reads: its
+// slot's work, argument and trace record are its own from the post of its semaphore until it says
+// that it is idle again.
+#ifndef QIV_THREAD_THREAD_POOL_H
+#define QIV_THREAD_THREAD_POOL_H
+
+#include <pthread.h>
+#include <qiv/mutex.h>
+#include <qiv/thread_pool.h>
+#include <qiv/trace_info.h>
+#include <qiv/types.h>
+#include <semaphore.h>
+
+#include <atomic>
+#include <cstddef>
+
+#include "thread/platform_thread.h"
+
+namespace qiv::thread {
+
+struct QIV_THREADPOOL;
+
+/** A worker's slot. It is empty exactly when it names no thread; then all else in it is 0. */
+struct QIV_THREADPOOL_THREAD {
+  unsigned int nIndex;
+  QIV_THREADPOOL* pThreadPool;
+  int bIdle;               // waits for work and may be handed some
+  std::atomic<int> bQuit;  // the worker looks at it without the lock
+  unsigned int hThread;
+  sem_t sem;  // posted for each item of work and to make the worker look at bQuit
+  ThreadRoutine pfnWork;
+  void* pParam;
+  QIV_TRACEINFO traceInfo;
+};
+
+struct QIV_THREADPOOL {
+  int bUsed;  // guarded by the mutex of the table
+  int bQuit;
+  unsigned int nMaxCount;
+  unsigned int nInitCount;
+  std::atomic<unsigned int> nCurrCount;  // the table looks at it without the lock
+  unsigned int nStackSize;
+  unsigned int nIdleTimeout;
+  pthread_mutex_t mutex;
+  QIV_THREADPOOL_THREAD threads[MAX_THREAD_PER_THREADPOOL];
+  sem_t idleWorkers;      // posted for submitters that wait
+  unsigned int nIdle;     // slots whose bIdle is 1
+  unsigned int nWaiting;  // submitters that wait for an idle worker
+};
+
+static_assert(offsetof(QIV_THREADPOOL, nMaxCount) == 8, "fields in order");
+static_assert(offsetof(QIV_THREADPOOL, nIdleTimeout) == 24, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL, threads) == 52, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, hThread) == 16,
+              "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, traceInfo) == 44,
+              "fields in order");
+static_assert(sizeof(void*) != 4 || sizeof(QIV_THREADPOOL_THREAD) == 244, "fields in order");
+
+/** Holds a pool's mutex to the end of the scope. */
+class PoolLock {
+ public:
+  explicit PoolLock(QIV_THREADPOOL* pool) noexcept
+      : m_pool(pool), m_held(QIV_MutexLock(&pool->mutex) == QIV_OK) {}
+  ~PoolLock() {
+    if (m_held) QIV_MutexUnlock(&m_pool->mutex);
+  }
+  PoolLock(const PoolLock&) = delete;
+  PoolLock& operator=(const PoolLock&) = delete;
+
+  /** False for the mutex of a pool that is gone, where the platform tells. */
+  bool IsHeld() const noexcept { return m_held; }
+
+ private:
+  QIV_THREADPOOL* m_pool;
+  bool m_held;
+};
+
+/** Releases a pool's mutex to the end of the scope. */
+class PoolUnlock {
+ public:
+  explicit PoolUnlock(QIV_THREADPOOL* pool) noexcept : m_pool(pool) {
+    QIV_MutexUnlock(&pool->mutex);
+  }
+  ~PoolUnlock() { QIV_MutexLock(&m_pool->mutex); }
+  PoolUnlock(const PoolUnlock&) = delete;
+  PoolUnlock& operator=(const PoolUnlock&) = delete;
+
+ private:
+  QIV_THREADPOOL* m_pool;
+};
+
+/** Claims the idle worker with the lowest index; null when there is none. */
+QIV_THREADPOOL_THREAD* QIV_GetIdle_Local(QIV_THREADPOOL* pool) noexcept;
+
+/** Starts a worker, which is idle. The caller holds the pool's mutex. @return 0 or -1 */
+int QIV_CreateThread_Local(QIV_THREADPOOL* pool) noexcept;
+
+/** Stops the worker with the lowest index and waits for its end. @return -1 when there is none */
+int QIV_DestroyThread_Local(QIV_THREADPOOL* pool);
+
+/** What a worker runs. @param slot  its slot */
+void* f_Thread_Svc(void* slot);
+
+}  // namespace qiv::thread
+
+#endif
