@@ -143,9 +143,9 @@ class QIV_API QIV_SharedMutex {
  private:
   class WaitingWriter;
 
-  bool WriterMayEnter() const QIV_REQUIRES(m_guard);
-  bool ReaderMayEnter() const QIV_REQUIRES(m_guard);
-  void WakeNext() QIV_REQUIRES(m_guard);
+  QIV_INTERNAL bool WriterMayEnter() const QIV_REQUIRES(m_guard);
+  QIV_INTERNAL bool ReaderMayEnter() const QIV_REQUIRES(m_guard);
+  QIV_INTERNAL void WakeNext() QIV_REQUIRES(m_guard);
 
   CStateData m_state QIV_GUARDED_BY(m_guard);
   QIV_UniqueMutex m_guard;

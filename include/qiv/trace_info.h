@@ -156,7 +156,7 @@ class QIV_API qiv_tlsTraceInfoOperImpl {
  private:
   typedef smartptr<CTraceInfo_context, shared_object, qiv_mutex> ContextPointer;
 
-  bool enter(const ContextPointer& context) noexcept;
+  QIV_INTERNAL bool enter(const ContextPointer& context) noexcept;
 
   // The mutex goes first at destruction, so it stands last.
   std::map<CTraceInfo_context*, ContextPointer> m_contexts QIV_GUARDED_BY(m_mutex);

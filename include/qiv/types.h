@@ -7,12 +7,17 @@
 
 #include <stddef.h>
 
-/** Marks what the shared library exports; everything else is built hidden. */
+/**
+ * QIV_API marks what the shared library exports; everything else is built hidden. QIV_INTERNAL marks
+ * the members of an exported class that are the library's own business.
+ */
 #if defined(__GNUC__)
 #define QIV_API __attribute__((__visibility__("default")))
+#define QIV_INTERNAL __attribute__((__visibility__("hidden")))
 #define QIV_PRINTF_FORMAT(text, first) __attribute__((__format__(__printf__, text, first)))
 #else
 #define QIV_API
+#define QIV_INTERNAL
 #define QIV_PRINTF_FORMAT(text, first)
 #endif
 
