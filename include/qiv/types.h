@@ -8,8 +8,8 @@
 #include <stddef.h>
 
 /**
- * QIV_API marks what the shared library exports; everything else is built hidden. QIV_INTERNAL marks
- * the members of an exported class that are the library's own business.
+ * QIV_API marks what the shared library exports; everything else is built hidden. QIV_INTERNAL
+ * marks the members of an exported class that are the library's own business.
  */
 #if defined(__GNUC__)
 #define QIV_API __attribute__((__visibility__("default")))
