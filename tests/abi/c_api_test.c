@@ -53,6 +53,31 @@ static void UseCondition(void) {
   CHECK(QIV_CondDestroy(&condition) == 0);
 }
 
+static void UseSharedMutex(void) {
+  QIV_HANDLE mutex = NULL;
+  CHECK(QIV_SharedMutexCreate(&mutex) == QIV_OK);
+  CHECK(QIV_SharedMutexLockShared(&mutex) == QIV_OK);
+  CHECK(QIV_SharedMutexTryLock(&mutex) == QIV_ERROR);
+  CHECK(QIV_SharedMutexUnlockShared(&mutex) == QIV_OK);
+  CHECK(QIV_SharedMutexLock(&mutex) == QIV_OK);
+  CHECK(QIV_SharedMutexTryLockShared(&mutex) == QIV_ERROR);
+  CHECK(QIV_SharedMutexUnlock(&mutex) == QIV_OK);
+  CHECK(QIV_SharedMutexDestroy(&mutex) == QIV_OK);
+}
+
+static void UseAtomics(void) {
+  int word = 3;
+  void* pointer = NULL;
+  CHECK(QIV_InitAtomic_Inter() == QIV_OK);
+  CHECK(QIV_AtomicCas(&word, 5, 3) == 3);
+  CHECK(QIV_AtomicInc(&word) == 5);
+  CHECK(QIV_AtomicDec(&word) == 6);
+  CHECK(QIV_AtomicAdd(&word, 5) == 5);
+  CHECK(QIV_AtomicSet(&word, 1) == 10 && word == 1);
+  CHECK(QIV_AtomicCasPtr(&pointer, &word, NULL) == NULL && pointer == &word);
+  CHECK(QIV_FiniAtomic_Inter() == QIV_OK);
+}
+
 static void* StoreSelfId(void* id) {
   *(unsigned int*)id = QIV_Thread_GetSelfId();
   return NULL;
@@ -69,6 +94,18 @@ static void UseThread(void) {
   CHECK(QIV_ThreadTls_SetValue(key, &self) == 0);
   CHECK(QIV_ThreadTls_GetValue(key) == &self);
   CHECK(QIV_ThreadTls_Destroy(key) == 0);
+}
+
+static void UseThreadPool(void) {
+  unsigned int id = 0;
+  QIV_HANDLE pool = QIV_ThreadPool_Create(1, 2);
+  CHECK(pool != NULL);
+  CHECK(QIV_ThreadPool_Work(pool, StoreSelfId, &id) == 0);
+  CHECK(QIV_ThreadPool_Destroy(pool) == 0);
+  CHECK(id != 0);
+  pool = QIV_ThreadPool_CreateFlex(0, 1, 0, 1000);
+  CHECK(QIV_ThreadPool_WorkEx(pool, StoreSelfId, &id, 1) == 0);
+  CHECK(QIV_ThreadPool_Destroy(pool) == 0);
 }
 
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
@@ -163,7 +200,10 @@ int main(void) {
   UseMutex();
   UseSemaphore();
   UseCondition();
+  UseSharedMutex();
+  UseAtomics();
   UseThread();
+  UseThreadPool();
   UseTraceRecord();
   UseTime();
   UseAddress();
