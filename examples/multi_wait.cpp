@@ -115,7 +115,7 @@ int main() {
   const int socket = QIV_CreateSocket(AF_INET, SOCK_DGRAM, 0);
   const QIV_HANDLE events[kCount] = {QIV_CreateEvent(0), QIV_CreateEvent(0), QIV_CreateEvent(0)};
   const bool succeeded = Run(socket, events);
-  for (const QIV_HANDLE event : events) QIV_CloseEvent(event);
+  for (QIV_HANDLE event : events) QIV_CloseEvent(event);
   QIV_CloseSocket(socket, 0);
   QIV_Fini();
   return succeeded ? 0 : 1;

@@ -60,6 +60,11 @@ ResultBytes ExpectedResult(unsigned int found, int connectError) {
   return bytes;
 }
 
+/** Begins to connect a non-blocking socket. */
+void BeginConnect(const Socket& socket, const QIV_ADDR_T& address) {
+  if (connect(socket.Get(), &address.any, sizeof(sockaddr_in)) != 0) EXPECT_EQ(EINPROGRESS, errno);
+}
+
 bool HasArrived(const Socket& socket, short event) {
   pollfd entry = {socket.Get(), event, 0};
   return poll(&entry, 1, static_cast<int>(qiv::test::TestLimit().count())) == 1;
@@ -269,7 +274,7 @@ TEST_F(EventSocketTest, AnEstablishedConnectionIsFoundAsConnectWithoutError) {
   const QIV_ADDR_T address = qiv::test::AddressOf(listener);
   const Socket client = qiv::test::TcpSocket();
   Select(client, QIV_EVENT_CONNECT);
-  connect(client.Get(), &address.any, sizeof(sockaddr_in));
+  BeginConnect(client, address);
   m_event->Record().errorCode.store(77);
   ExpectFound(QIV_EVENT_CONNECT);
   EXPECT_EQ(0, m_event->Record().errorCode.load());
@@ -281,7 +286,7 @@ TEST_F(EventSocketTest, ARefusedConnectionIsKeptToLeaveTheErrorAsItWas) {
   for (const int earlierError : {0, 77}) {
     const Socket client = qiv::test::TcpSocket();
     Select(client, QIV_EVENT_CONNECT);
-    connect(client.Get(), &address.any, sizeof(sockaddr_in));
+    BeginConnect(client, address);
     m_event->Record().errorCode.store(earlierError);
     EXPECT_EQ(0, WaitLong(*m_event));
     EXPECT_EQ(earlierError, m_event->Record().errorCode.load());

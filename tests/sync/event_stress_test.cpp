@@ -5,11 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <random>
 #include <thread>
 #include <vector>
 
 #include "support/leak_check.h"
+#include "support/sockets.h"
 #include "support/test_limit.h"
 #include "sync/event_fixture.h"
 
@@ -56,7 +58,7 @@ void SetAndResetAtRandom(const Events& events, unsigned int seed, int calls, Fai
 void WaitInEveryWay(const Events& events, const std::atomic<bool>& stop, Failures& failures) {
   const auto handles = HandlesOf(events);
   while (!stop.load(std::memory_order_acquire)) {
-    for (const QIV_HANDLE handle : handles) {
+    for (QIV_HANDLE handle : handles) {
       const int single = QIV_WaitForSingleObject(handle, 0);
       failures.Unless(single == QIV_WAIT_SIGNALLED || single == QIV_WAIT_TIMEOUT);
     }
@@ -65,13 +67,13 @@ void WaitInEveryWay(const Events& events, const std::atomic<bool>& stop, Failure
   }
 }
 
-TEST_F(EventStressTest, ManySetsAndResetsNeverLeaveMoreThanOneByte) {
-  const Events events;
-  const int calls = qiv::test::ScaledLoad(20000);
-  Failures failures;
+/** Runs every setter to its end while the waiters wait. */
+void SetResetAndWait(const Events& events, int calls, Failures& failures) {
   std::atomic<bool> stop{false};
   std::vector<std::thread> setters;
   std::vector<std::thread> waiters;
+  setters.reserve(kThreads);
+  waiters.reserve(kThreads);
   for (unsigned int i = 0; i < kThreads; ++i) {
     waiters.emplace_back([&] { WaitInEveryWay(events, stop, failures); });
     setters.emplace_back(
@@ -80,14 +82,21 @@ TEST_F(EventStressTest, ManySetsAndResetsNeverLeaveMoreThanOneByte) {
   for (std::thread& setter : setters) setter.join();
   stop.store(true, std::memory_order_release);
   for (std::thread& waiter : waiters) waiter.join();
+}
 
+void ExpectUsable(const Event& event) {
+  EXPECT_EQ(1, QIV_SetEvent(event.Get()));
+  EXPECT_EQ(1, event.BytesInPipe());
+  EXPECT_EQ(1, QIV_ResetEvent(event.Get()));
+  EXPECT_EQ(0, event.BytesInPipe());
+}
+
+TEST_F(EventStressTest, ManySetsAndResetsNeverLeaveMoreThanOneByte) {
+  const Events events;
+  Failures failures;
+  SetResetAndWait(events, qiv::test::ScaledLoad(20000), failures);
   EXPECT_EQ(0, failures.Count());
-  for (const Event& event : events) {
-    EXPECT_EQ(1, QIV_SetEvent(event.Get()));
-    EXPECT_EQ(1, event.BytesInPipe());
-    EXPECT_EQ(1, QIV_ResetEvent(event.Get()));
-    EXPECT_EQ(0, event.BytesInPipe());
-  }
+  for (const Event& event : events) ExpectUsable(event);
 }
 
 /** A setter and its waiter: each round's value is handed over, and only then taken back. */
@@ -122,6 +131,7 @@ TEST_F(EventStressTest, NoSignalBetweenFourSettersAndTheirWaitersIsLost) {
   const int ms = static_cast<int>(qiv::test::TestLimit().count());
   Failures failures;
   std::vector<std::thread> threads;
+  threads.reserve(std::size_t{2} * kThreads);
   for (HandOver& pair : pairs) {
     threads.emplace_back([&] { Give(pair, rounds, ms, failures); });
     threads.emplace_back([&] { Take(pair, rounds, ms, failures); });
@@ -136,31 +146,30 @@ TEST_F(EventStressTest, NoSignalBetweenFourSettersAndTheirWaitersIsLost) {
   }
 }
 
-/** Several threads wait for one bound event: what they found is stored by all of them at once. */
-TEST_F(EventStressTest, ThreadsThatWaitForOneSocketStoreWhatTheyFoundTogether) {
-  int ends[2];
-  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
-  ASSERT_EQ(1, write(ends[1], "x", 1));
-  Failures failures;
-  {
-    const Event event;
-    ASSERT_EQ(0, QIV_EventSelect(ends[0], event.Get(), QIV_EVENT_READ));
-    const int rounds = qiv::test::ScaledLoad(5000);
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < kThreads; ++i) {
-      waiters.emplace_back([&] {
-        const QIV_HANDLE events[] = {event.Get()};
-        for (int round = 0; round < rounds; ++round) {
-          failures.Unless(QIV_WaitForMultipleObjects(1, events, 0, 0) == 0);
-        }
-      });
-    }
-    for (std::thread& waiter : waiters) waiter.join();
-    EXPECT_EQ(QIV_EVENT_READ, event.Record().triggeredEvent.load());
+void FindData(const Event& event, int rounds, Failures& failures) {
+  const QIV_HANDLE events[] = {event.Get()};
+  for (int round = 0; round < rounds; ++round) {
+    failures.Unless(QIV_WaitForMultipleObjects(1, events, 0, 0) == 0);
   }
+}
+
+TEST_F(EventStressTest, ThreadsThatWaitForOneSocketStoreWhatTheyFoundTogether) {
+  const qiv::test::TcpPair pair;
+  const Event event;
+  ASSERT_EQ(0, QIV_EventSelect(pair.first.Get(), event.Get(), QIV_EVENT_READ));
+  qiv::test::WriteAll(pair.second, "x");
+  const QIV_HANDLE events[] = {event.Get()};
+  ASSERT_EQ(0, QIV_WaitForMultipleObjects(1, events, 0, -1));
+
+  Failures failures;
+  std::array<std::thread, kThreads> waiters;
+  const int rounds = qiv::test::ScaledLoad(5000);
+  for (std::thread& waiter : waiters) {
+    waiter = std::thread([&] { FindData(event, rounds, failures); });
+  }
+  for (std::thread& waiter : waiters) waiter.join();
   EXPECT_EQ(0, failures.Count());
-  close(ends[0]);
-  close(ends[1]);
+  EXPECT_EQ(QIV_EVENT_READ, event.Record().triggeredEvent.load());
 }
 
 }  // namespace

@@ -96,7 +96,7 @@ TEST_F(EventTest, WithoutDescriptorsThereIsNoEventAndNothingIsClosed) {
 
 TEST_F(EventTest, CloseGivesOneAndClosesThePipe) {
   const int descriptors = qiv::test::CountEntries("/proc/self/fd");
-  const QIV_HANDLE event = QIV_CreateEvent(1);
+  QIV_HANDLE event = QIV_CreateEvent(1);
   ASSERT_NE(nullptr, event);
   EXPECT_EQ(descriptors + 2, qiv::test::CountEntries("/proc/self/fd"));
   EXPECT_EQ(1, QIV_CloseEvent(event));
@@ -105,7 +105,7 @@ TEST_F(EventTest, CloseGivesOneAndClosesThePipe) {
 
 TEST_F(EventTest, CloseOfABoundEventLeavesTheSocketOpen) {
   const qiv::test::Socket socket = qiv::test::UdpSocket();
-  const QIV_HANDLE event = QIV_CreateEvent(0);
+  QIV_HANDLE event = QIV_CreateEvent(0);
   EXPECT_EQ(0, QIV_EventSelect(socket.Get(), event, QIV_EVENT_READ));
   EXPECT_EQ(1, QIV_CloseEvent(event));
   EXPECT_NE(-1, fcntl(socket.Get(), F_GETFD));
@@ -332,7 +332,7 @@ TEST_F(EventTest, WhatASetterWroteIsSeenByTheThreadThatWaited) {
 TEST_F(EventTest, AThreadThatFoundTheEventSignalledMayCloseItAtOnce) {
   const int rounds = qiv::test::ScaledLoad(500);
   for (int round = 0; round < rounds; ++round) {
-    const QIV_HANDLE event = QIV_CreateEvent(0);
+    QIV_HANDLE event = QIV_CreateEvent(0);
     ASSERT_NE(nullptr, event);
     auto setter = qiv::test::RunInThread([event] { return QIV_SetEvent(event); });
     ASSERT_EQ(0, QIV_WaitForSingleObject(event, LongMs()));
