@@ -11,6 +11,7 @@
 #include <qiv/condition.h>
 #include <qiv/debug.h>
 #include <qiv/error.h>
+#include <qiv/event.h>
 #include <qiv/library.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>

@@ -78,6 +78,26 @@ static void UseAtomics(void) {
   CHECK(QIV_FiniAtomic_Inter() == QIV_OK);
 }
 
+static void UseEvent(void) {
+  QIV_NETWORK_EVENTS_T found;
+  QIV_HANDLE events[2];
+  const int socket = QIV_CreateSocket(AF_INET, SOCK_DGRAM, 0);
+  events[0] = QIV_CreateEvent(0);
+  events[1] = QIV_CreateEvent(1);
+  CHECK(QIV_WaitForSingleObject(events[0], 0) == QIV_WAIT_TIMEOUT);
+  CHECK(QIV_WaitForMultipleObjects(2, events, 0, -1) == 1);
+  CHECK(QIV_ResetEvent(events[1]) == QIV_TRUE);
+  CHECK(QIV_SetEvent(events[0]) == QIV_TRUE);
+  CHECK(QIV_WaitForSingleObject(events[0], -1) == QIV_WAIT_SIGNALLED);
+  CHECK(QIV_EventSelect(socket, events[1], QIV_EVENT_WRITE) == 0);
+  CHECK(QIV_WaitForMultipleObjects(1, &events[1], 0, -1) == 0);
+  CHECK(QIV_EnumNetworkEvents(socket, events[1], &found) == 0);
+  CHECK(found.events == QIV_EVENT_WRITE);
+  CHECK(QIV_CloseEvent(events[0]) == QIV_TRUE);
+  CHECK(QIV_CloseEvent(events[1]) == QIV_TRUE);
+  CHECK(QIV_CloseSocket(socket, 0) == 0);
+}
+
 static void* StoreSelfId(void* id) {
   *(unsigned int*)id = QIV_Thread_GetSelfId();
   return NULL;
@@ -202,6 +222,7 @@ int main(void) {
   UseCondition();
   UseSharedMutex();
   UseAtomics();
+  UseEvent();
   UseThread();
   UseThreadPool();
   UseTraceRecord();
