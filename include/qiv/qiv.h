@@ -6,6 +6,7 @@
 #define QIV_QIV_H
 
 #include <qiv/address.h>
+#include <qiv/alarm_clock.h>
 #include <qiv/async_io.h>
 #include <qiv/condition.h>
 #include <qiv/debug.h>
@@ -19,6 +20,7 @@
 #include <qiv/thread.h>
 #include <qiv/time.h>
 #include <qiv/time_classes.h>
+#include <qiv/timer.h>
 #include <qiv/trace_info.h>
 #include <qiv/types.h>
 
