@@ -94,12 +94,12 @@ class QIV_API CAlarmClock {
  private:
   typedef std::list<CAlarm*> AlarmList;
 
-  bool IsOwnThread() noexcept;
-  bool RequestStop() noexcept;
-  void Join();
-  void DeleteAlarms() noexcept;
-  CAlarm* WaitForDueAlarm();
-  CAlarm* TakeFront() noexcept QIV_REQUIRES(m_listMutex);
+  QIV_LOCAL bool IsOwnThread() noexcept;
+  QIV_LOCAL bool RequestStop() noexcept;
+  QIV_LOCAL void Join();
+  QIV_LOCAL void DeleteAlarms() noexcept;
+  QIV_LOCAL CAlarm* WaitForDueAlarm();
+  QIV_LOCAL CAlarm* TakeFront() noexcept QIV_REQUIRES(m_listMutex);
 
   QIV_Mutex m_mutex;
   QIV_UniqueMutex m_listMutex;

@@ -7,12 +7,17 @@
 
 #include <stddef.h>
 
-/** Marks what the shared library exports; everything else is built hidden. */
+/**
+ * Marks what the shared library exports; everything else is built hidden. QIV_LOCAL takes a member
+ * of an exported class out again.
+ */
 #if defined(__GNUC__)
 #define QIV_API __attribute__((__visibility__("default")))
+#define QIV_LOCAL __attribute__((__visibility__("hidden")))
 #define QIV_PRINTF_FORMAT(text, first) __attribute__((__format__(__printf__, text, first)))
 #else
 #define QIV_API
+#define QIV_LOCAL
 #define QIV_PRINTF_FORMAT(text, first)
 #endif
 
