@@ -6,6 +6,7 @@
 #define QIV_QIV_H
 
 #include <qiv/address.h>
+#include <qiv/alarm_clock.h>
 #include <qiv/async_io.h>
 #include <qiv/atomic.h>
 #include <qiv/condition.h>
@@ -23,6 +24,7 @@
 #include <qiv/thread_pool.h>
 #include <qiv/time.h>
 #include <qiv/time_classes.h>
+#include <qiv/timer.h>
 #include <qiv/trace_info.h>
 #include <qiv/types.h>
 

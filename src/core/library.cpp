@@ -8,6 +8,7 @@
 #include <qiv/mutex.h>
 #include <qiv/socket.h>
 #include <qiv/thread_pool.h>
+#include <qiv/timer.h>
 
 #include <csignal>
 #include <iterator>
@@ -27,6 +28,7 @@ QIV_LOAD_ORDER(QIV_LOAD_LIBRARY_MUTEX) QIV_Mutex g_libraryMutex{0};
 unsigned int g_startCount QIV_GUARDED_BY(g_libraryMutex) = 0;
 
 Service g_services[] QIV_GUARDED_BY(g_libraryMutex) = {
+    {nullptr, QIV_FiniTimer_Inter, false},  // kept: never stopped, timers outlive a stop
     {QIV_InitNetwork_Inter, QIV_FiniNetwork_Inter, false},
     {QIV_InitThreadPool_Inter, QIV_FiniThreadPool_Inter, false},
     {QIV_InitError_Inter, QIV_FiniError_Inter, false},

@@ -89,9 +89,15 @@ void RemoveAttribute(pthread_cond_t* condition) {
 }  // namespace
 }  // namespace qiv::sync
 
-// Usable, on the wall clock, also when memory for the attribute is short.
+// When memory for the attribute that the map keeps is short, one that nobody keeps does as well: a
+// timed wait on any other clock would end at once.
 QIV_Cond::QIV_Cond() noexcept : m_condition PTHREAD_COND_INITIALIZER {
-  QIV_CondCreate(&m_condition);
+  if (QIV_CondCreate(&m_condition) == QIV_OK) return;
+  pthread_condattr_t attribute;
+  if (pthread_condattr_init(&attribute) != 0) return;
+  pthread_condattr_setclock(&attribute, CLOCK_MONOTONIC);
+  pthread_cond_init(&m_condition, &attribute);
+  pthread_condattr_destroy(&attribute);
 }
 QIV_Cond::~QIV_Cond() { QIV_CondDestroy(&m_condition); }
 int QIV_Cond::Wait(pthread_mutex_t* mutex) { return QIV_CondWait(&m_condition, mutex); }

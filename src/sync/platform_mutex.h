@@ -9,9 +9,12 @@
 
 namespace qiv::sync {
 
-inline pthread_mutex_t* PlatformMutex(QIV_UniqueMutex& mutex) noexcept {
-  static_assert(std::is_standard_layout<QIV_UniqueMutex>::value &&
-                    sizeof(QIV_UniqueMutex) == sizeof(pthread_mutex_t),
+template <class Mutex>
+pthread_mutex_t* PlatformMutex(Mutex& mutex) noexcept {
+  static_assert(
+      std::is_same<Mutex, QIV_Mutex>::value || std::is_same<Mutex, QIV_UniqueMutex>::value,
+      "one of the library's");
+  static_assert(std::is_standard_layout<Mutex>::value && sizeof(Mutex) == sizeof(pthread_mutex_t),
                 "the platform's mutex is the only member");
   return reinterpret_cast<pthread_mutex_t*>(&mutex);
 }

@@ -128,6 +128,24 @@ static void UseThreadPool(void) {
   CHECK(QIV_ThreadPool_Destroy(pool) == 0);
 }
 
+static void PostSemaphore(unsigned int id, void* sem) {
+  (void)id;
+  QIV_SemPost((sem_t*)sem);
+}
+
+static void UseTimer(void) {
+  sem_t called;
+  unsigned int id = 256;
+  CHECK(QIV_SemCreate(&called, 0) == 0);
+  CHECK(QIV_SetTimer(PostSemaphore, &called, 1, &id) == 0);
+  CHECK(id == 0);
+  CHECK(QIV_SemWait(&called) == 0);
+  CHECK(QIV_SemWait(&called) == 0);
+  CHECK(QIV_KillTimer(id) == 0);
+  CHECK(QIV_KillTimer(256) == -1);
+  CHECK(QIV_SemDestroy(&called) == 0);
+}
+
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
 static void UseTime(void) {
@@ -225,6 +243,7 @@ int main(void) {
   UseEvent();
   UseThread();
   UseThreadPool();
+  UseTimer();
   UseTraceRecord();
   UseTime();
   UseAddress();

@@ -12,11 +12,13 @@
 
 #include "log/trace_info.h"
 #include "sync/condition.h"
+#include "thread/timer.h"
 
 namespace {
 
 /** What can be told about the library's objects at one moment. */
 struct Sight {
+  bool timerMutex;
   bool conditionMap;
   bool conditionLock;
   bool traceSingleton;
@@ -35,9 +37,9 @@ __attribute__((no_sanitize_address)) bool IsBuilt(const Object& object) {
 }
 
 Sight Look() QIV_NO_THREAD_SAFETY_ANALYSIS {
-  return {IsBuilt(qiv::sync::g_mapCondAttr), IsBuilt(qiv::sync::g_lockCondAttr),
-          IsBuilt(*qiv::qiv_tlsTraceInfoOper::instance()), qiv::g_qiv_store_tls_handle.load(),
-          QIV_Thread_GetSelfId()};
+  return {IsBuilt(qiv::thread::g_timerTableMutex), IsBuilt(qiv::sync::g_mapCondAttr),
+          IsBuilt(qiv::sync::g_lockCondAttr),      IsBuilt(*qiv::qiv_tlsTraceInfoOper::instance()),
+          qiv::g_qiv_store_tls_handle.load(),      QIV_Thread_GetSelfId()};
 }
 
 // Calls must fail rather than crash once the singleton is gone: threads may still run then. The
@@ -70,11 +72,19 @@ class Probe {
   Sight m_atBuild;
 };
 
+QIV_LOAD_ORDER(QIV_LOAD_TIMER_TABLE_MUTEX - 1) Probe g_beforeTimers("before timers");
+QIV_LOAD_ORDER(QIV_LOAD_TIMER_TABLE_MUTEX + 1) Probe g_afterTimers("after timers");
 QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_MAP - 1) Probe g_beforeConditions("before conditions");
 QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_LOCK + 1) Probe g_afterConditions("after conditions");
 QIV_LOAD_ORDER(QIV_LOAD_TRACE_SINGLETON - 1) Probe g_beforeSingleton("before singleton");
 QIV_LOAD_ORDER(QIV_LOAD_TRACE_SINGLETON + 1) Probe g_betweenSingletonAndKey("between");
 QIV_LOAD_ORDER(QIV_LOAD_TRACE_KEY + 1) Probe g_afterKey("after key");
+
+TEST(LoadOrderTest, TimerTableMutexIsBuiltFirst) {
+  EXPECT_FALSE(g_beforeTimers.AtBuild().timerMutex);
+  EXPECT_TRUE(g_afterTimers.AtBuild().timerMutex);
+  EXPECT_FALSE(g_afterTimers.AtBuild().conditionMap);
+}
 
 TEST(LoadOrderTest, ConditionMapAndLockAreBuiltTogether) {
   EXPECT_FALSE(g_beforeConditions.AtBuild().conditionMap);
@@ -113,7 +123,9 @@ TEST(LoadOrderDeathTest, ObjectsGoInReverseOrderAndTheKeyGoesFirst) {
       "between: key gone, singleton there, id kept\n"
       "before singleton: key gone, singleton gone, id kept\n"
       "after conditions: key gone, singleton gone, id kept\n"
-      "before conditions: key gone, singleton gone, id kept\n");
+      "before conditions: key gone, singleton gone, id kept\n"
+      "after timers: key gone, singleton gone, id kept\n"
+      "before timers: key gone, singleton gone, id kept\n");
 }
 
 }  // namespace

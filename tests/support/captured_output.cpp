@@ -18,7 +18,10 @@ CapturedOutput::CapturedOutput(int descriptor) : m_descriptor(descriptor) {
   dup2(m_file, descriptor);
 }
 
-CapturedOutput::~CapturedOutput() { Restore(); }
+CapturedOutput::~CapturedOutput() {
+  Restore();
+  if (m_file != -1) close(m_file);
+}
 
 std::string CapturedOutput::Stop() {
   Restore();

@@ -323,6 +323,21 @@ TEST_F(ConditionTest, ClassForwardsItsWaits) {
   EXPECT_EQ(0, QIV_MutexUnlock(&m_mutex));
 }
 
+TEST_F(ConditionTest, ClassWithoutMemoryForItsAttributeWaitsOnTheMonotonicClockToo) {
+  const std::size_t before = AttributeCount();
+  for (const int nth : {1, 2}) {  // the attribute, and its entry in the map
+    const FailingAllocation failure(nth);
+    QIV_Cond condition;
+    EXPECT_TRUE(failure.Happened());
+    EXPECT_EQ(before, AttributeCount());
+    ASSERT_EQ(0, QIV_MutexLock(&m_mutex));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(ETIMEDOUT, condition.TimedWait(&m_mutex, 50));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(47));
+    EXPECT_EQ(0, QIV_MutexUnlock(&m_mutex));
+  }
+}
+
 TEST_F(ConditionTest, ClassForwardsItsWakes) {
   for (const auto wake : {&QIV_Cond::Signal, &QIV_Cond::BroadCast}) {
     QIV_Cond condition;

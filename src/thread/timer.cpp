@@ -1,0 +1,263 @@
+// Timers: a fixed table, and a thread for each entry in use.
+//
+// The table is guarded by g_timerTableMutex, with these exceptions. A timer's thread reads its own
+// entry's id, callback, user value and period without a lock: they are written before it starts,
+// and its entry is freed only after it has been joined. `stop` is guarded by the entry's mutex,
+// which a timer's thread holds from its look at `stop` to the wait on the condition, so that no
+// signal falls in between. No lock is held over a callback or a join.
+//
+// Lock order: g_timerTableMutex, then the locks of conditions and of thread ids. An entry's mutex
+// is never held together with g_timerTableMutex.
+#include "thread/timer.h"
+
+#include <pthread.h>
+#include <qiv/condition.h>
+#include <qiv/thread.h>
+#include <qiv/timer.h>
+
+#include <cstddef>
+#include <new>
+
+#include "base/load_order.h"
+#include "base/scoped_lock.h"
+#include "sync/platform_mutex.h"
+
+namespace qiv::thread {
+
+QIV_LOAD_ORDER(QIV_LOAD_TIMER_TABLE_MUTEX) QIV_Mutex g_timerTableMutex;
+
+namespace {
+
+constexpr unsigned int kTimers = 256;
+
+using Callback = void (*)(unsigned int id, void* user);
+
+/** All zero while it is free. */
+struct Timer {
+  int used;
+  unsigned int id;
+  Callback callback;
+  void* user;
+  unsigned int period;
+  int stop;
+  unsigned int thread;
+  QIV_Cond* condition;
+  pthread_mutex_t mutex;
+
+  int isBeingKilled;      // a kill is at work and will free the entry
+  const Timer* waitsFor;  // the timer that this one's callback is killing
+  qiv_uint64 serial;      // tells it from the timers that had the entry before
+};
+
+static_assert(sizeof(void*) != 4 || offsetof(Timer, callback) == 8, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(Timer, user) == 12, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(Timer, period) == 16, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(Timer, stop) == 20, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(Timer, thread) == 24, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(Timer, condition) == 28, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(Timer, mutex) == 32, "fields in order");
+
+Timer g_timers[kTimers];
+qiv_uint64 g_lastSerial QIV_GUARDED_BY(g_timerTableMutex) = 0;
+bool g_initialised QIV_GUARDED_BY(g_timerTableMutex) = false;
+
+/** Signalled, under g_timerTableMutex, when a kill has freed its timer or given up. */
+pthread_cond_t g_killEnded = PTHREAD_COND_INITIALIZER;
+
+class EntryLock {
+ public:
+  explicit EntryLock(Timer& timer) noexcept : m_mutex(&timer.mutex) { QIV_MutexLock(m_mutex); }
+  ~EntryLock() { QIV_MutexUnlock(m_mutex); }
+  EntryLock(const EntryLock&) = delete;
+  EntryLock& operator=(const EntryLock&) = delete;
+
+ private:
+  pthread_mutex_t* m_mutex;
+};
+
+bool IsStopped(Timer& timer) {
+  const EntryLock lock(timer);
+  return timer.stop != 0;
+}
+
+void SleepUnlessStopped(Timer& timer, unsigned int period) {
+  const EntryLock lock(timer);
+  if (timer.stop == 0) timer.condition->TimedWait(&timer.mutex, period);
+}
+
+void* RunTimer(void* argument) {
+  Timer& timer = *static_cast<Timer*>(argument);
+  const unsigned int period = timer.period;
+  while (!IsStopped(timer)) {
+    if (timer.callback != nullptr) timer.callback(timer.id, timer.user);
+    SleepUnlessStopped(timer, period);
+  }
+  return nullptr;
+}
+
+Timer* FindFree() QIV_REQUIRES(g_timerTableMutex) {
+  for (Timer& timer : g_timers) {
+    if (timer.used == 0) return &timer;
+  }
+  return nullptr;
+}
+
+/** The timer in whose callback the calling thread is; null in other threads. */
+Timer* TimerOfCaller() QIV_REQUIRES(g_timerTableMutex) {
+  const unsigned int self = QIV_Thread_GetSelfId();
+  if (self == QIV_INVALID_ID) return nullptr;
+  for (Timer& timer : g_timers) {
+    if (timer.used != 0 && timer.thread == self) return &timer;
+  }
+  return nullptr;
+}
+
+/** Whether the end of `timer` has to wait for the end of a callback of `other`. */
+bool WaitsFor(const Timer& timer, const Timer* other) QIV_REQUIRES(g_timerTableMutex) {
+  if (other == nullptr) return false;
+  const Timer* last = &timer;
+  while (last != nullptr && last != other) last = last->waitsFor;
+  return last == other;
+}
+
+void Free(Timer& timer) QIV_REQUIRES(g_timerTableMutex) {
+  for (Timer& other : g_timers) {
+    if (other.waitsFor == &timer) other.waitsFor = nullptr;
+  }
+  delete timer.condition;
+  QIV_MutexDestroy(&timer.mutex);
+  timer = Timer{};
+}
+
+// The marks of a kill and the end of its lock, as objects: a kill that is cancelled unwinds.
+
+class WaitMark {
+ public:
+  WaitMark(Timer* caller, const Timer& timer) noexcept : m_caller(caller) {
+    if (m_caller != nullptr) m_caller->waitsFor = &timer;
+  }
+  ~WaitMark() {
+    if (m_caller != nullptr) m_caller->waitsFor = nullptr;
+  }
+  WaitMark(const WaitMark&) = delete;
+  WaitMark& operator=(const WaitMark&) = delete;
+
+ private:
+  Timer* m_caller;
+};
+
+class KillMark {
+ public:
+  explicit KillMark(Timer& timer) noexcept : m_timer(timer) { m_timer.isBeingKilled = 1; }
+  ~KillMark() {
+    m_timer.isBeingKilled = 0;
+    pthread_cond_broadcast(&g_killEnded);
+  }
+  KillMark(const KillMark&) = delete;
+  KillMark& operator=(const KillMark&) = delete;
+
+ private:
+  Timer& m_timer;
+};
+
+class QIV_SCOPED_CAPABILITY ScopedUnlock {
+ public:
+  explicit ScopedUnlock(QIV_Mutex& mutex) QIV_RELEASE(mutex) : m_mutex(mutex) { m_mutex.Unlock(); }
+  ~ScopedUnlock() QIV_RELEASE() QIV_NO_THREAD_SAFETY_ANALYSIS { m_mutex.Lock(); }
+  ScopedUnlock(const ScopedUnlock&) = delete;
+  ScopedUnlock& operator=(const ScopedUnlock&) = delete;
+
+ private:
+  QIV_Mutex& m_mutex;
+};
+
+/** Waits until no other kill is at work on the timer; false when one has freed it. */
+bool WaitForOtherKill(const Timer& timer) QIV_REQUIRES(g_timerTableMutex) {
+  const qiv_uint64 serial = timer.serial;
+  while (timer.serial == serial && timer.isBeingKilled != 0) {
+    pthread_cond_wait(&g_killEnded, sync::PlatformMutex(g_timerTableMutex));
+  }
+  return timer.serial == serial;
+}
+
+/** False when the thread cannot be joined, so that it may still use the entry. */
+bool StopAndJoin(Timer& timer) {
+  {
+    const EntryLock lock(timer);
+    timer.stop = 1;
+    timer.condition->Signal();
+  }
+  const bool hasThread = timer.thread != QIV_INVALID_ID;
+  return !hasThread || QIV_Thread_Wait(timer.thread) == QIV_OK;
+}
+
+int Kill(Timer& timer) {
+  const base::ScopedLock lock(g_timerTableMutex);
+  if (timer.used == 0) return QIV_OK;
+  Timer* const caller = TimerOfCaller();
+  if (WaitsFor(timer, caller)) return QIV_ERROR;
+  const WaitMark waitMark(caller, timer);
+  if (!WaitForOtherKill(timer)) return QIV_OK;
+  const KillMark killMark(timer);
+  bool isJoined = false;
+  {
+    const ScopedUnlock unlock(g_timerTableMutex);
+    isJoined = StopAndJoin(timer);
+  }
+  if (!isJoined) return QIV_ERROR;
+  Free(timer);
+  return QIV_OK;
+}
+
+}  // namespace
+}  // namespace qiv::thread
+
+extern "C" {
+
+int QIV_SetTimer(void (*callback)(unsigned int id, void* user), void* user, unsigned int period,
+                 unsigned int* id) noexcept {
+  using namespace qiv::thread;
+  const qiv::base::ScopedLock lock(g_timerTableMutex);
+  Timer* const timer = FindFree();
+  if (timer == nullptr) return QIV_ERROR;
+  // Without a condition the thread could not sleep.
+  auto* const condition = new (std::nothrow) QIV_Cond;
+  if (condition == nullptr) return QIV_ERROR;
+  timer->used = 1;
+  timer->id = static_cast<unsigned int>(timer - g_timers);
+  timer->callback = callback;
+  timer->user = user;
+  timer->period = period;
+  timer->condition = condition;
+  QIV_MutexCreate(&timer->mutex, 0);
+  timer->serial = ++g_lastSerial;
+  // Kept: a failure is not told; the entry stays in use, without a thread, until it is killed.
+  timer->thread = QIV_Thread_Create(RunTimer, timer, 0, 0, 0, 0);
+  if (id != nullptr) *id = timer->id;
+  return QIV_OK;
+}
+
+int QIV_KillTimer(unsigned int id) {
+  using namespace qiv::thread;
+  return id < kTimers ? Kill(g_timers[id]) : QIV_ERROR;
+}
+
+int QIV_InitTimer_Inter(void) noexcept {
+  using namespace qiv::thread;
+  const qiv::base::ScopedLock lock(g_timerTableMutex);
+  if (g_initialised) return QIV_OK;
+  for (Timer& timer : g_timers) {
+    if (timer.used == 0) timer = Timer{};  // the others belong to threads that run
+  }
+  g_initialised = true;
+  return QIV_OK;
+}
+
+int QIV_FiniTimer_Inter(void) noexcept {
+  using namespace qiv::thread;
+  const qiv::base::ScopedLock lock(g_timerTableMutex);
+  g_initialised = false;
+  return QIV_OK;
+}
+
+}  // extern "C"
