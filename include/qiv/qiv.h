@@ -17,6 +17,7 @@
 #include <qiv/socket.h>
 #include <qiv/system.h>
 #include <qiv/thread.h>
+#include <qiv/thread_pool_flex.h>
 #include <qiv/time.h>
 #include <qiv/time_classes.h>
 #include <qiv/trace_info.h>
