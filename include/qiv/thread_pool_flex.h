@@ -28,7 +28,7 @@ QIV_EXTERN_C_BEGIN
  *
  * @param maxThreads   most workers at once; refused below 1
  * @param idleTimeout  milliseconds that a worker waits for an item before it ends; -1 for no limit.
- *                     Other negative values count as unsigned: no limit in practice.
+ *                     Other negative values count as unsigned: 24 days and more.
  * @param handler      called once per item with the item's data; null is refused
  * @param stackSize    stack of a worker in bytes: 0 for 1 MiB, less than 256 KiB is raised to that;
  *                     a negative size is refused

@@ -71,6 +71,22 @@ static void UseThread(void) {
   CHECK(QIV_ThreadTls_Destroy(key) == 0);
 }
 
+static void PostSemaphore(void* sem) { QIV_SemPost((sem_t*)sem); }
+
+static void UseFlexibleThreadPool(void) {
+  sem_t handled;
+  const QIV_HANDLE pool = QIV_ThreadPoolFlex_Create(2, 1000, PostSemaphore, 0);
+  CHECK(pool != NULL);
+  CHECK(QIV_SemCreate(&handled, 0) == 0);
+  CHECK(QIV_ThreadPoolFlex_Work(pool, &handled) == 0);
+  CHECK(thrmgr_dispatch(pool, &handled) == 1);
+  CHECK(QIV_SemWait(&handled) == 0);
+  CHECK(QIV_SemWait(&handled) == 0);
+  CHECK(thrmgr_getQSize(pool) == 0);
+  CHECK(QIV_ThreadPoolFlex_DestroyEx(pool, -1) == 0);
+  CHECK(QIV_SemDestroy(&handled) == 0);
+}
+
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
 static void UseTime(void) {
@@ -164,6 +180,7 @@ int main(void) {
   UseSemaphore();
   UseCondition();
   UseThread();
+  UseFlexibleThreadPool();
   UseTraceRecord();
   UseTime();
   UseAddress();
