@@ -22,6 +22,7 @@
 #include <qiv/system.h>
 #include <qiv/thread.h>
 #include <qiv/thread_pool.h>
+#include <qiv/thread_pool_flex.h>
 #include <qiv/time.h>
 #include <qiv/time_classes.h>
 #include <qiv/timer.h>

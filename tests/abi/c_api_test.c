@@ -146,6 +146,22 @@ static void UseTimer(void) {
   CHECK(QIV_SemDestroy(&called) == 0);
 }
 
+static void PostHandled(void* sem) { QIV_SemPost((sem_t*)sem); }
+
+static void UseFlexibleThreadPool(void) {
+  sem_t handled;
+  const QIV_HANDLE pool = QIV_ThreadPoolFlex_Create(2, 1000, PostHandled, 0);
+  CHECK(pool != NULL);
+  CHECK(QIV_SemCreate(&handled, 0) == 0);
+  CHECK(QIV_ThreadPoolFlex_Work(pool, &handled) == 0);
+  CHECK(thrmgr_dispatch(pool, &handled) == 1);
+  CHECK(QIV_SemWait(&handled) == 0);
+  CHECK(QIV_SemWait(&handled) == 0);
+  CHECK(thrmgr_getQSize(pool) == 0);
+  CHECK(QIV_ThreadPoolFlex_DestroyEx(pool, -1) == 0);
+  CHECK(QIV_SemDestroy(&handled) == 0);
+}
+
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
 static void UseTime(void) {
@@ -244,6 +260,7 @@ int main(void) {
   UseThread();
   UseThreadPool();
   UseTimer();
+  UseFlexibleThreadPool();
   UseTraceRecord();
   UseTime();
   UseAddress();
