@@ -65,6 +65,11 @@ bool Print(const File& file) {
   return file.ok;
 }
 
+int Fail(const char* why) {
+  std::fprintf(stderr, "file_checksums: %s\n", why);
+  return 1;
+}
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
@@ -72,9 +77,9 @@ int main(int argumentCount, char** arguments) {
     std::fprintf(stderr, "usage: file_checksums FILE...\n");
     return 2;
   }
-  if (QIV_Init() != QIV_OK) return 1;
+  if (QIV_Init() != QIV_OK) return Fail("the library does not start");
   const QIV_HANDLE pool = QIV_ThreadPool_Create(1, kWorkers);  // more workers as they are needed
-  if (pool == nullptr) return 1;
+  if (pool == nullptr) return Fail("there is no pool");
 
   std::vector<File> files;
   for (int i = 1; i < argumentCount; ++i) files.push_back({arguments[i]});
@@ -85,5 +90,7 @@ int main(int argumentCount, char** arguments) {
   }
   QIV_ThreadPool_Destroy(pool);  // after the last item
   for (const File& file : files) all = Print(file) && all;
-  return QIV_Fini() == QIV_OK && all ? 0 : 1;
+  QIV_Fini();
+  if (std::fflush(stdout) != 0) return Fail("the checksums cannot be written");
+  return all ? 0 : 1;
 }

@@ -117,9 +117,9 @@ class QIV_API QIV_SharedMutex {
  public:
   /** Who holds the lock and who waits for it. */
   struct CStateData {
-    unsigned int sharedHolders;  /**< readers inside */
-    unsigned int exclusive;      /**< 1 while a writer is inside */
-    unsigned int waitingWriters; /**< writers outside */
+    unsigned int sharedHolders = 0;  /**< readers inside */
+    unsigned int exclusive = 0;      /**< 1 while a writer is inside */
+    unsigned int waitingWriters = 0; /**< writers outside */
   };
 
   QIV_SharedMutex() noexcept;

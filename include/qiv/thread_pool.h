@@ -79,7 +79,8 @@ QIV_API int QIV_ThreadPool_Destroy(QIV_HANDLE pool) QIV_NOEXCEPT;
 
 /**
  * Hands one item of work to a worker: an idle one, or a new one while there are fewer than the
- * maximum. The item runs with the caller's trace record.
+ * maximum. The item runs with the caller's trace record; when the caller has none, with the record
+ * that the worker has from an earlier item.
  *
  * @param pool   the pool; null is refused
  * @param work   runs in a worker, its result is dropped; null is refused. It must return: it may

@@ -2,15 +2,22 @@
 //
 // g_atomicsMutex is held over look and store in QIV_AtomicCas(). The single-attempt functions look
 // without it, so the words are read and written atomically as well.
+#include "sync/atomic.h"
+
 #include <qiv/atomic.h>
 
-#include "base/constant_mutex.h"
 #include "base/scoped_lock.h"
+
+namespace qiv::sync {
+
+// Usable before the load of the library is over and never destroyed: no user can come too late.
+base::ConstantMutex g_atomicsMutex;
+
+}  // namespace qiv::sync
 
 namespace {
 
-// Usable before the load of the library is over and never destroyed: no user can come too late.
-qiv::base::ConstantMutex g_atomicsMutex;
+using qiv::sync::g_atomicsMutex;
 
 template <class Word>
 Word CompareAndSwap(volatile Word* address, Word value, Word comparand) {
@@ -35,20 +42,16 @@ namespace qiv {
 
 static_assert(sizeof(qiv_atomic) == 4, "one 32-bit value");
 
-// The __sync built-ins are full barriers, which the std::atomic operations are not everywhere.
+// GCC makes the __sync built-ins full barriers on every platform, unlike the std::atomic
+// operations.
 
 qiv_atomic::qiv_atomic(long value) noexcept : m_value(static_cast<int>(value)) {}
 
 long qiv_atomic::get() const noexcept { return __sync_val_compare_and_swap(&m_value, 0, 0); }
 
 long qiv_atomic::set(long value) noexcept {
-  const int newValue = static_cast<int>(value);
-  int expected = 0;
-  int found = __sync_val_compare_and_swap(&m_value, expected, newValue);
-  while (found != expected) {
-    expected = found;
-    found = __sync_val_compare_and_swap(&m_value, expected, newValue);
-  }
+  const int found = __atomic_exchange_n(&m_value, static_cast<int>(value), __ATOMIC_SEQ_CST);
+  __sync_synchronize();
   return found;
 }
 

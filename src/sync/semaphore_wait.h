@@ -8,7 +8,8 @@
 namespace qiv::sync {
 
 /** Takes the semaphore, waiting at most `ms` milliseconds; all bits set is no limit. False when the
- *  time ran out. Never early; a clock that is set back while a thread waits makes it late. */
+ *  time ran out, never early. Where the platform waits by the wall clock alone, one that is set
+ *  back meanwhile makes it late. */
 bool WaitForSemaphore(sem_t* sem, unsigned int ms);
 
 }  // namespace qiv::sync

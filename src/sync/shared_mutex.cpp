@@ -41,7 +41,7 @@ class QIV_SharedMutex::WaitingWriter {
   bool m_admitted = false;
 };
 
-QIV_SharedMutex::QIV_SharedMutex() noexcept : m_state() {}
+QIV_SharedMutex::QIV_SharedMutex() noexcept = default;
 QIV_SharedMutex::~QIV_SharedMutex() = default;
 
 bool QIV_SharedMutex::WriterMayEnter() const {

@@ -96,14 +96,6 @@ int ThreadIdTable::Join(unsigned int id, int (*joinThread)(pthread_t, void**)) {
   return joining.Wait(joinThread);
 }
 
-void ThreadIdTable::DetachSelf() noexcept {
-  const base::ScopedLock lock(m_mutex);
-  const Entry* const entry = FindSelf();
-  if (entry == nullptr || entry->joining) return;
-  pthread_detach(pthread_self());
-  Remove(entry);
-}
-
 int ThreadIdTable::SetPriority(unsigned int id, int priority) noexcept {
   const base::ScopedLock lock(m_mutex);
   const Entry* const entry = Find(id);

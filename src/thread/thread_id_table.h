@@ -40,9 +40,6 @@ class ThreadIdTable {
    */
   int Join(unsigned int id, int (*joinThread)(pthread_t, void**) = pthread_join);
 
-  /** Detaches the calling thread and forgets it, unless somebody is joining it. */
-  void DetachSelf() noexcept;
-
   /** Changes the priority of the calling thread or of one that nobody is joining; 0 or QIV_ERROR.
    */
   int SetPriority(unsigned int id, int priority) noexcept;

@@ -89,8 +89,6 @@ unsigned int TableThreadIds::Self() noexcept {
 
 int TableThreadIds::Join(unsigned int id) { return g_table.Join(id); }
 
-void TableThreadIds::DetachSelf() noexcept { g_table.DetachSelf(); }
-
 int TableThreadIds::SetPriority(unsigned int id, int priority) noexcept {
   return g_table.SetPriority(id, priority);
 }

@@ -1,7 +1,7 @@
 // The 32-bit thread ids, with one implementation for each width of the platform's own id.
 //
-// An implementation is a set of static functions: Create, Self, Join, DetachSelf, SetPriority. Both
-// compile everywhere; ThreadIds is the one that the library uses.
+// An implementation is a set of static functions: Create, Self, Join, SetPriority. Both compile
+// everywhere; ThreadIds is the one that the library uses.
 #ifndef QIV_THREAD_THREAD_IDS_H
 #define QIV_THREAD_THREAD_IDS_H
 
@@ -33,8 +33,6 @@ class PlatformThreadIds {
 
   static int Join(Id id) { return pthread_join(ToThread(id), nullptr) == 0 ? QIV_OK : QIV_ERROR; }
 
-  static void DetachSelf() noexcept { pthread_detach(pthread_self()); }
-
   static int SetPriority(Id id, int priority) noexcept {
     return ChangePriority(ToThread(id), priority);
   }
@@ -61,8 +59,6 @@ class TableThreadIds {
                              void* argument) noexcept;
   static unsigned int Self() noexcept;
   static int Join(unsigned int id);
-  /** For a thread at its end that nobody will join. */
-  static void DetachSelf() noexcept;
   static int SetPriority(unsigned int id, int priority) noexcept;
 };
 

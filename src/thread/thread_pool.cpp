@@ -4,24 +4,23 @@
 // mutex. What that guards is told in thread_pool.h.
 #include "thread/thread_pool.h"
 
+#include <qiv/condition.h>
 #include <qiv/debug.h>
 #include <qiv/semaphore.h>
-#include <qiv/system.h>
 #include <qiv/thread.h>
 
 #include <iterator>
+#include <utility>
 
 #include "base/constant_mutex.h"
 #include "base/no_cancellation.h"
 #include "base/scoped_lock.h"
-#include "sync/semaphore_wait.h"
 
 namespace qiv::thread {
 namespace {
 
 constexpr int kRecursive = -1;
 constexpr unsigned int kLongestPauseMs = 5;
-constexpr unsigned int kLeavingStepMs = 1;
 
 // Zero memory, which costs nothing until a pool's record is written; so records and slots are
 // prepared as they come into use.
@@ -30,19 +29,39 @@ QIV_THREADPOOL g_threadPools[64];
 std::size_t g_usedRecords = 0;
 base::ConstantMutex g_tableMutex;
 
+struct PoolSize {
+  unsigned int initCount;
+  unsigned int maxCount;
+  unsigned int stackSize;
+  unsigned int idleTimeout;
+};
+
 enum class Handover { kDone, kAllBusy, kFailed };
+
+/** Makes what stays of a record from its first use on; the record is closed. */
+void MakeRecord(QIV_THREADPOOL* pool) {
+  pool->bQuit = 1;
+  pool->lastRetired = QIV_INVALID_ID;
+  QIV_MutexCreate(&pool->mutex, kRecursive);
+  pthread_condattr_t attributes;
+  pthread_condattr_init(&attributes);
+  pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+  pthread_cond_init(&pool->changed, &attributes);
+  pthread_condattr_destroy(&attributes);
+}
 
 /** Marks the first free record as used; null when there is none. */
 QIV_THREADPOOL* ReserveRecord() {
   const base::ScopedLock lock(g_tableMutex);
-  for (std::size_t i = 0; i < std::size(g_threadPools); ++i) {
-    QIV_THREADPOOL* const pool = &g_threadPools[i];
-    if (i < g_usedRecords && pool->bUsed != 0) continue;
-    if (i == g_usedRecords) ++g_usedRecords;
-    pool->bUsed = 1;
-    return pool;
+  QIV_THREADPOOL* pool = g_threadPools;
+  while (pool != std::end(g_threadPools) && pool->bUsed != 0) ++pool;
+  if (pool == std::end(g_threadPools)) return nullptr;
+  if (pool == g_threadPools + g_usedRecords) {
+    MakeRecord(pool);
+    ++g_usedRecords;
   }
-  return nullptr;
+  pool->bUsed = 1;
+  return pool;
 }
 
 void ReleaseRecord(QIV_THREADPOOL* pool) {
@@ -50,9 +69,9 @@ void ReleaseRecord(QIV_THREADPOOL* pool) {
   pool->bUsed = 0;
 }
 
-bool IsUsed(const QIV_THREADPOOL& pool) {
+std::size_t UsedRecords() {
   const base::ScopedLock lock(g_tableMutex);
-  return pool.bUsed != 0;
+  return g_usedRecords;
 }
 
 /** Not cancelled on the way, which would leave the pool half closed for ever. */
@@ -61,9 +80,26 @@ void StopWorkers(QIV_THREADPOOL* pool) {
   for (unsigned int i = 0; i < pool->nMaxCount; ++i) QIV_DestroyThread_Local(pool);
 }
 
-bool StartFirstWorkers(QIV_THREADPOOL* pool) {
+/** Waits for the last one of the workers that ended by themselves. */
+void JoinRetiredWorker(QIV_THREADPOOL* pool) {
+  const base::NoCancellation noCancellation;
+  unsigned int retired = QIV_INVALID_ID;
   {
     const PoolLock lock(pool);
+    retired = std::exchange(pool->lastRetired, QIV_INVALID_ID);
+  }
+  if (retired != QIV_INVALID_ID) QIV_Thread_Wait(retired);
+}
+
+/** Fills a reserved record, which stays closed, and starts the workers that a pool begins with. */
+bool StartFirstWorkers(QIV_THREADPOOL* pool, const PoolSize& size) {
+  {
+    const PoolLock lock(pool);
+    pool->nInitCount = size.initCount;
+    pool->nStackSize = size.stackSize;
+    pool->nMaxCount = size.maxCount;
+    pool->nIdleTimeout = size.idleTimeout;
+    for (unsigned int i = 0; i < pool->nMaxCount; ++i) pool->threads[i].hThread = QIV_INVALID_ID;
     unsigned int started = 0;
     while (started < pool->nInitCount && QIV_CreateThread_Local(pool) == QIV_OK) ++started;
     if (started == pool->nInitCount) return true;
@@ -73,15 +109,9 @@ bool StartFirstWorkers(QIV_THREADPOOL* pool) {
   return false;
 }
 
-/** Fills a reserved record; it is closed until it says otherwise. */
-void Prepare(QIV_THREADPOOL* pool) {
-  for (unsigned int i = 0; i < pool->nMaxCount; ++i) pool->threads[i].hThread = QIV_INVALID_ID;
-  pool->nCurrCount.store(0, std::memory_order_relaxed);
-  pool->nIdle = 0;
-  pool->nWaiting = 0;
-  pool->bQuit = 1;
-  QIV_SemCreate(&pool->idleWorkers, 0);
-  QIV_MutexCreate(&pool->mutex, kRecursive);
+void Open(QIV_THREADPOOL* pool) {
+  const PoolLock lock(pool);
+  pool->bQuit = 0;
 }
 
 bool IsOwnWorker(const QIV_THREADPOOL& pool) {
@@ -95,11 +125,18 @@ bool IsOwnWorker(const QIV_THREADPOOL& pool) {
 
 /** Refuses work from now on; false when the pool is closed already or its own worker calls. */
 bool Close(QIV_THREADPOOL* pool) {
-  if (!IsUsed(*pool)) return false;
   const PoolLock lock(pool);
-  if (!lock.IsHeld() || pool->bQuit != 0 || IsOwnWorker(*pool)) return false;
+  if (pool->bQuit != 0 || IsOwnWorker(*pool)) return false;
   pool->bQuit = 1;
-  for (unsigned int i = 0; i < pool->nWaiting; ++i) QIV_SemPost(&pool->idleWorkers);
+  pthread_cond_broadcast(&pool->changed);
+  return true;
+}
+
+/** Closes a pool that nobody would miss: it has no worker and no submitter waits. */
+bool CloseUnused(QIV_THREADPOOL* pool) {
+  const PoolLock lock(pool);
+  if (pool->bQuit != 0 || pool->nCurrCount != 0 || pool->nWaiting != 0) return false;
+  pool->bQuit = 1;
   return true;
 }
 
@@ -107,10 +144,7 @@ bool Close(QIV_THREADPOOL* pool) {
 void WaitForSubmitters(QIV_THREADPOOL* pool) {
   const base::NoCancellation noCancellation;
   const PoolLock lock(pool);
-  while (pool->nWaiting != 0) {
-    const PoolUnlock unlock(pool);
-    QIV_Sleep(kLeavingStepMs);
-  }
+  while (pool->nWaiting != 0) pthread_cond_wait(&pool->changed, &pool->mutex);
 }
 
 /** Called, as the rest of the submission, under the pool's mutex. */
@@ -119,8 +153,7 @@ Handover HandOver(QIV_THREADPOOL* pool, ThreadRoutine work, void* param) {
   if (slot != nullptr) {
     qiv_tlsTraceInfoOper::instance()->getTraceInfo(&slot->traceInfo);
   } else {
-    if (pool->nCurrCount.load(std::memory_order_relaxed) >= pool->nMaxCount)
-      return Handover::kAllBusy;
+    if (pool->nCurrCount >= pool->nMaxCount) return Handover::kAllBusy;
     if (QIV_CreateThread_Local(pool) != QIV_OK) return Handover::kFailed;
     // Kept: its slot gets no trace record. The new thread has inherited the caller's.
     slot = QIV_GetIdle_Local(pool);
@@ -135,7 +168,10 @@ Handover HandOver(QIV_THREADPOOL* pool, ThreadRoutine work, void* param) {
 class WaitingSubmitter {
  public:
   explicit WaitingSubmitter(QIV_THREADPOOL* pool) noexcept : m_pool(pool) { ++m_pool->nWaiting; }
-  ~WaitingSubmitter() { --m_pool->nWaiting; }
+  ~WaitingSubmitter() {
+    --m_pool->nWaiting;
+    if (m_pool->nWaiting == 0 && m_pool->bQuit != 0) pthread_cond_broadcast(&m_pool->changed);
+  }
   WaitingSubmitter(const WaitingSubmitter&) = delete;
   WaitingSubmitter& operator=(const WaitingSubmitter&) = delete;
 
@@ -143,10 +179,10 @@ class WaitingSubmitter {
   QIV_THREADPOOL* m_pool;
 };
 
+// The pool's mutex, which is recursive, is held once here, as the wait needs it.
 void WaitForIdleWorker(QIV_THREADPOOL* pool) {
   const WaitingSubmitter waiting(pool);
-  const PoolUnlock unlock(pool);
-  sync::WaitForSemaphore(&pool->idleWorkers, kLongestPauseMs);
+  QIV_CondTimedWait(&pool->changed, &pool->mutex, kLongestPauseMs);
 }
 
 int Submit(QIV_THREADPOOL* pool, ThreadRoutine work, void* param, bool wait) {
@@ -155,7 +191,6 @@ int Submit(QIV_THREADPOOL* pool, ThreadRoutine work, void* param, bool wait) {
     return QIV_ERROR;
   }
   const PoolLock lock(pool);
-  if (!lock.IsHeld()) return QIV_ERROR;
   while (pool->bQuit == 0) {
     const Handover result = HandOver(pool, work, param);
     if (result == Handover::kDone) return QIV_OK;
@@ -188,11 +223,10 @@ extern "C" {
 
 int QIV_InitThreadPool_Inter(void) noexcept {
   using namespace qiv::thread;
-  const qiv::base::ScopedLock lock(g_tableMutex);
-  for (std::size_t i = 0; i < g_usedRecords; ++i) {
-    QIV_THREADPOOL* const pool = &g_threadPools[i];
+  const std::size_t usedRecords = UsedRecords();
+  for (std::size_t i = 0; i < usedRecords; ++i) {
     // Workers go on using their pool's record.
-    if (pool->nCurrCount.load(std::memory_order_relaxed) == 0) pool->bUsed = 0;
+    if (CloseUnused(&g_threadPools[i])) ReleaseRecord(&g_threadPools[i]);
   }
   return QIV_OK;
 }
@@ -214,17 +248,12 @@ QIV_HANDLE QIV_ThreadPool_CreateFlex(unsigned int initCount, unsigned int maxCou
         "zelmar !!! QIV_ThreadPool_Create QIV_GetIdleThreadPool_Local error, return -1 2\n");
     return nullptr;
   }
-  pool->nInitCount = initCount;
-  pool->nStackSize = stackSize;
-  pool->nMaxCount = maxCount;
-  pool->nIdleTimeout = idleTimeout;
-  Prepare(pool);
-  if (!StartFirstWorkers(pool)) {
+  if (!StartFirstWorkers(pool, {initCount, maxCount, stackSize, idleTimeout})) {
     QIV_OutputDebug("zelmar !!! QIV_ThreadPool_Create QIV_InitThread_Local error, return -1 3\n");
     ReleaseRecord(pool);
     return nullptr;
   }
-  pool->bQuit = 0;
+  Open(pool);
   return pool;
 }
 
@@ -246,9 +275,8 @@ int QIV_ThreadPool_Destroy(QIV_HANDLE handle) noexcept {
   }
   if (!Close(pool)) return QIV_ERROR;
   StopWorkers(pool);
+  JoinRetiredWorker(pool);
   WaitForSubmitters(pool);
-  QIV_SemDestroy(&pool->idleWorkers);
-  QIV_MutexDestroy(&pool->mutex);
   ReleaseRecord(pool);
   return QIV_OK;
 }

@@ -2,7 +2,8 @@
 //
 // A pool's mutex guards everything in the pool but what a worker that was handed work reads: its
 // slot's work, argument and trace record are its own from the post of its semaphore until it says
-// that it is idle again.
+// that it is idle again. The mutex is made when the record is first used and stays for good, so
+// that a submitter that comes too late finds the pool closed and not its mutex gone.
 #ifndef QIV_THREAD_THREAD_POOL_H
 #define QIV_THREAD_THREAD_POOL_H
 
@@ -40,14 +41,15 @@ struct QIV_THREADPOOL {
   int bQuit;
   unsigned int nMaxCount;
   unsigned int nInitCount;
-  std::atomic<unsigned int> nCurrCount;  // the table looks at it without the lock
+  unsigned int nCurrCount;
   unsigned int nStackSize;
   unsigned int nIdleTimeout;
   pthread_mutex_t mutex;
   QIV_THREADPOOL_THREAD threads[MAX_THREAD_PER_THREADPOOL];
-  sem_t idleWorkers;      // posted for submitters that wait
-  unsigned int nIdle;     // slots whose bIdle is 1
-  unsigned int nWaiting;  // submitters that wait for an idle worker
+  pthread_cond_t changed;    // a worker is idle or gone, the pool is closed, no submitter waits
+  unsigned int nIdle;        // slots whose bIdle is 1
+  unsigned int nWaiting;     // submitters that wait for an idle worker
+  unsigned int lastRetired;  // the thread that ended by itself and was not joined yet, or invalid
 };
 
 static_assert(offsetof(QIV_THREADPOOL, nMaxCount) == 8, "fields in order");
@@ -62,20 +64,13 @@ static_assert(sizeof(void*) != 4 || sizeof(QIV_THREADPOOL_THREAD) == 244, "field
 /** Holds a pool's mutex to the end of the scope. */
 class PoolLock {
  public:
-  explicit PoolLock(QIV_THREADPOOL* pool) noexcept
-      : m_pool(pool), m_held(QIV_MutexLock(&pool->mutex) == QIV_OK) {}
-  ~PoolLock() {
-    if (m_held) QIV_MutexUnlock(&m_pool->mutex);
-  }
+  explicit PoolLock(QIV_THREADPOOL* pool) noexcept : m_pool(pool) { QIV_MutexLock(&pool->mutex); }
+  ~PoolLock() { QIV_MutexUnlock(&m_pool->mutex); }
   PoolLock(const PoolLock&) = delete;
   PoolLock& operator=(const PoolLock&) = delete;
 
-  /** False for the mutex of a pool that is gone, where the platform tells. */
-  bool IsHeld() const noexcept { return m_held; }
-
  private:
   QIV_THREADPOOL* m_pool;
-  bool m_held;
 };
 
 /** Releases a pool's mutex to the end of the scope. */

@@ -8,9 +8,10 @@
 #include <qiv/thread.h>
 
 #include <new>
+#include <utility>
 
+#include "base/no_cancellation.h"
 #include "sync/semaphore_wait.h"
-#include "thread/thread_ids.h"
 #include "thread/thread_pool.h"
 
 namespace qiv::thread {
@@ -20,22 +21,14 @@ constexpr unsigned int kDefaultStackSize = 0x100000;
 
 bool IsEmpty(const QIV_THREADPOOL_THREAD& slot) { return slot.hThread == QIV_INVALID_ID; }
 
-unsigned int WorkerCount(const QIV_THREADPOOL& pool) {
-  return pool.nCurrCount.load(std::memory_order_relaxed);
-}
-
-/** Tells a submitter that waits to look again, unless all have been told. */
+/** Has a submitter that waits, if there is one, look again. */
 void WakeSubmitter(QIV_THREADPOOL* pool) {
-  if (pool->nWaiting == 0) return;
-  int told = 0;
-  sem_getvalue(&pool->idleWorkers, &told);
-  if (static_cast<unsigned int>(told) < pool->nWaiting) QIV_SemPost(&pool->idleWorkers);
+  if (pool->nWaiting != 0) pthread_cond_signal(&pool->changed);
 }
 
 void SetIdle(QIV_THREADPOOL_THREAD* slot) {
   slot->bIdle = 1;
   ++slot->pThreadPool->nIdle;
-  WakeSubmitter(slot->pThreadPool);
 }
 
 void SetNotIdle(QIV_THREADPOOL_THREAD* slot) {
@@ -54,7 +47,7 @@ void Leave(QIV_THREADPOOL_THREAD* slot) {
   QIV_THREADPOOL* const pool = slot->pThreadPool;
   SetNotIdle(slot);
   Clear(slot);
-  pool->nCurrCount.fetch_sub(1, std::memory_order_relaxed);
+  --pool->nCurrCount;
   WakeSubmitter(pool);
 }
 
@@ -85,15 +78,35 @@ unsigned int IdleTimeout(const QIV_THREADPOOL_THREAD& slot) {
   return slot.nIndex < pool.nInitCount ? QIV_INFINITE : pool.nIdleTimeout;
 }
 
-/** False when the worker has left its pool, having waited in vain. */
+/** Joins the worker that left its pool by itself before this one did, if any. */
+void Join(unsigned int retired) {
+  if (retired != QIV_INVALID_ID) QIV_Thread_Wait(retired);
+}
+
+/**
+ * Takes a worker that has waited in vain out of its pool, unless it was handed something after all.
+ * Its thread is left to the next one that retires, or to the end of the pool, to be joined: a
+ * detached thread might still run when the library is unloaded.
+ */
+bool Retire(QIV_THREADPOOL_THREAD* slot) {
+  unsigned int predecessor = QIV_INVALID_ID;
+  {
+    QIV_THREADPOOL* const pool = slot->pThreadPool;
+    const PoolLock lock(pool);
+    if (QIV_SemTimedWait(&slot->sem, 0) == QIV_OK) return false;
+    predecessor = std::exchange(pool->lastRetired, slot->hThread);
+    Leave(slot);
+  }
+  Join(predecessor);
+  return true;
+}
+
+/** False when the worker has retired. */
 bool WaitForWork(QIV_THREADPOOL_THREAD* slot) {
   const unsigned int timeout = IdleTimeout(*slot);
   while (!sync::WaitForSemaphore(&slot->sem, timeout)) {
     if (timeout == QIV_INFINITE) continue;
-    const PoolLock lock(slot->pThreadPool);
-    if (QIV_SemTimedWait(&slot->sem, 0) == QIV_OK) return true;
-    Leave(slot);
-    return false;
+    return !Retire(slot);
   }
   return true;
 }
@@ -106,20 +119,21 @@ void RunWork(QIV_THREADPOOL_THREAD* slot) {
   slot->pParam = nullptr;
 }
 
-/** Serves until the worker is asked to end. @return false when it has left its pool by itself */
-bool Serve(QIV_THREADPOOL_THREAD* slot) {
+/** Serves until the worker is asked to end or retires. */
+void Serve(QIV_THREADPOOL_THREAD* slot) {
   while (WaitForWork(slot)) {
     // An item that was accepted before the pool was closed comes first; the request to quit has a
     // post of its own.
     if (slot->pfnWork != nullptr) {
       RunWork(slot);
     } else if (slot->bQuit.load(std::memory_order_relaxed) != 0) {
-      return true;
+      return;
     }
     const PoolLock lock(slot->pThreadPool);
-    if (slot->bQuit.load(std::memory_order_relaxed) == 0) SetIdle(slot);
+    if (slot->bQuit.load(std::memory_order_relaxed) != 0) continue;
+    SetIdle(slot);
+    WakeSubmitter(slot->pThreadPool);
   }
-  return false;
 }
 
 }  // namespace
@@ -130,15 +144,17 @@ QIV_THREADPOOL_THREAD* QIV_GetIdle_Local(QIV_THREADPOOL* pool) noexcept {
     return nullptr;
   }
   const PoolLock lock(pool);
-  if (pool->nIdle == 0) return nullptr;
-  QIV_THREADPOOL_THREAD* slot = pool->threads;
-  while (slot->bIdle == 0) ++slot;
-  SetNotIdle(slot);
-  return slot;
+  for (unsigned int i = 0; pool->nIdle != 0 && i < pool->nMaxCount; ++i) {
+    QIV_THREADPOOL_THREAD* const slot = &pool->threads[i];
+    if (slot->bIdle == 0) continue;
+    SetNotIdle(slot);
+    return slot;
+  }
+  return nullptr;
 }
 
 int QIV_CreateThread_Local(QIV_THREADPOOL* pool) noexcept {
-  if (WorkerCount(*pool) == pool->nMaxCount) {
+  if (pool->nCurrCount == pool->nMaxCount) {
     QIV_OutputDebug(
         "zelmar !!! QIV_CreateThread_Local (pThreadPool->nCurrCount == pThreadPool->nMaxCount) "
         "error, return -1, 1\n");
@@ -160,13 +176,13 @@ int QIV_CreateThread_Local(QIV_THREADPOOL* pool) noexcept {
     return QIV_ERROR;
   }
   SetIdle(slot);
-  pool->nCurrCount.fetch_add(1, std::memory_order_relaxed);
+  ++pool->nCurrCount;
   return QIV_OK;
 }
 
 int QIV_DestroyThread_Local(QIV_THREADPOOL* pool) {
   const PoolLock lock(pool);
-  if (WorkerCount(*pool) == 0) return QIV_ERROR;
+  if (pool->nCurrCount == 0) return QIV_ERROR;
   QIV_THREADPOOL_THREAD* const slot = FirstWorker(pool);
   if (slot == nullptr) return QIV_OK;
   slot->bQuit.store(1, std::memory_order_relaxed);
@@ -185,8 +201,9 @@ void* f_Thread_Svc(void* parameter) {
     QIV_OutputDebug("zelmar !!! f_Thread_Svc pParam == NULL error, return NULL 1\n");
     return nullptr;
   }
-  const bool isJoined = Serve(static_cast<QIV_THREADPOOL_THREAD*>(parameter));
-  if (!isJoined) ThreadIds::DetachSelf();
+  // A worker that an item had cancelled would take the next item with it.
+  const base::NoCancellation noCancellation;
+  Serve(static_cast<QIV_THREADPOOL_THREAD*>(parameter));
   qiv_tlsTraceInfoOper::instance()->eraseTraceInfo();
   return nullptr;
 }

@@ -4,7 +4,9 @@
 #include <climits>
 
 #include "support/run_in_thread.h"
+#include "support/sleeping_thread.h"
 #include "support/test_limit.h"
+#include "sync/atomic.h"
 
 namespace qiv {
 namespace {
@@ -95,18 +97,25 @@ TEST(AtomicTest, OneAttemptStoresOnlyWhatFollowsTheValueThatItReports) {
   EXPECT_EQ(stored, x);
 }
 
-TEST(AtomicTest, SingleAttemptsNeverStoreMoreThanTheirNumber) {
-  const int rounds = test::ScaledLoad(100000);
-  int x = 0;
-  const auto increment = [&] {
-    for (int i = 0; i < rounds; ++i) QIV_AtomicInc(&x);
-    return true;
-  };
-  auto other = test::RunInThread(increment);
-  increment();
-  EXPECT_TRUE(other.Get());
-  EXPECT_GE(x, 1);
-  EXPECT_LE(x, 2 * rounds);
+/** What an attempt gives when another thread changes the word from 7 to 9 between its look and its
+ *  exchange. The attempt must not have stored anything. */
+template <class Attempt>
+int ResultOfLateAttempt(Attempt attempt) {
+  int word = 7;
+  sync::g_atomicsMutex.Lock();
+  test::SleepingCall call([&] { return attempt(&word); });
+  __atomic_store_n(&word, 9, __ATOMIC_RELAXED);
+  sync::g_atomicsMutex.Unlock();
+  const int result = call.Get();
+  EXPECT_EQ(9, word);
+  return result;
+}
+
+TEST(AtomicTest, AnAttemptThatComesTooLateStoresNothingAndGivesTheOtherValue) {
+  EXPECT_EQ(9, ResultOfLateAttempt([](int* word) { return QIV_AtomicInc(word); }));
+  EXPECT_EQ(9, ResultOfLateAttempt([](int* word) { return QIV_AtomicDec(word); }));
+  EXPECT_EQ(9, ResultOfLateAttempt([](int* word) { return QIV_AtomicAdd(word, 5); }));
+  EXPECT_EQ(9, ResultOfLateAttempt([](int* word) { return QIV_AtomicSet(word, 3); }));
 }
 
 TEST(AtomicClassTest, OperationsGiveTheStatedValues) {

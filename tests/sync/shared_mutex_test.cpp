@@ -4,12 +4,15 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "support/eventually.h"
 #include "support/failing_allocation.h"
 #include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
+#include "support/sleeping_thread.h"
 #include "support/test_limit.h"
 
 namespace qiv {
@@ -130,6 +133,48 @@ TEST_F(SharedMutexTest, ACancelledWriterNoLongerKeepsReadersOut) {
   m_mutex.UnlockShared();
   EXPECT_EQ(QIV_OK, m_mutex.TryLock());
   m_mutex.Unlock();
+}
+
+TEST_F(SharedMutexTest, ACancelledReaderLeavesTheLockUsable) {
+  m_mutex.Lock();
+  pthread_t reader;
+  std::atomic<pid_t> id{0};
+  auto argument = std::make_pair(&m_mutex, &id);
+  ASSERT_EQ(0, pthread_create(
+                   &reader, nullptr,
+                   [](void* both) -> void* {
+                     const auto& [mutex, thread] = *static_cast<decltype(argument)*>(both);
+                     thread->store(test::SystemThreadId());
+                     mutex->LockShared();
+                     return nullptr;
+                   },
+                   &argument));
+  EXPECT_TRUE(test::Eventually([&] { return id != 0; }));
+  EXPECT_TRUE(test::WaitUntilAsleep(id));
+  pthread_cancel(reader);
+  pthread_join(reader, nullptr);
+  m_mutex.Unlock();
+  EXPECT_EQ(QIV_OK, m_mutex.TryLock());
+  m_mutex.Unlock();
+}
+
+TEST_F(SharedMutexTest, UnlockGivesAWaitingWriterItsTurnBeforeTheReaders) {
+  std::vector<char> order;
+  m_mutex.Lock();
+  test::SleepingCall writer([&] {
+    m_mutex.Lock();
+    order.push_back('w');
+    return m_mutex.Unlock();
+  });
+  test::SleepingCall reader([&] {
+    m_mutex.LockShared();
+    order.push_back('r');
+    return m_mutex.UnlockShared();
+  });
+  m_mutex.Unlock();
+  EXPECT_EQ(QIV_OK, writer.Get());
+  EXPECT_EQ(QIV_OK, reader.Get());
+  EXPECT_EQ((std::vector<char>{'w', 'r'}), order);
 }
 
 TEST_F(SharedMutexTest, ReadersNeverSeeAWriterHalfway) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -172,6 +173,73 @@ TEST_F(ThreadPoolWorkTest, DestroySendsWaitingSubmittersAway) {
   EXPECT_EQ(0, count);
 }
 
+TEST_F(ThreadPoolWorkTest, DestroySendsASubmitterAwayThatWaitsForAPoolOfNoWorkers) {
+  const QIV_HANDLE pool = QIV_ThreadPool_Create(0, 0);
+  auto submitted = RunInThread([&] { return QIV_ThreadPool_WorkEx(pool, Nothing, nullptr, 1); });
+  EXPECT_TRUE(Eventually([&] { return WaitingSubmitters(pool) == 1; }));
+  QIV_InitThreadPool_Inter();
+  EXPECT_EQ(1U, WaitingSubmitters(pool)) << "a pool that somebody waits for is not forgotten";
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
+  EXPECT_EQ(-1, submitted.Get());
+}
+
+TEST_F(ThreadPoolWorkTest, SubmittersThatArriveDuringAndAfterTheDestructionAreRefused) {
+  const int rounds = test::ScaledLoad(300);
+  for (int i = 0; i < rounds; ++i) {
+    const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 2);
+    std::atomic<int> run{0};
+    std::atomic<int> accepted{0};
+    std::vector<test::ThreadResult<bool>> submitters;
+    for (int s = 0; s < 4; ++s) {
+      submitters.push_back(RunInThread([&] {
+        while (QIV_ThreadPool_WorkEx(pool, Count, &run, 1) == QIV_OK) ++accepted;
+        return true;
+      }));
+    }
+    ASSERT_TRUE(Eventually([&] { return accepted > 0; }));
+    ASSERT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
+    for (auto& submitter : submitters) ASSERT_TRUE(submitter.Get());
+    ASSERT_EQ(accepted, run);
+  }
+}
+
+/** The waiting submitter is told, rather than finding out at its next look. */
+TEST_F(ThreadPoolWorkTest, AWorkerThatBecomesIdleWakesAWaitingSubmitter) {
+  const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
+  std::atomic<int> count{0};
+  const PoolLock lock(Record(pool));
+  ++Record(pool)->nWaiting;
+  QIV_ThreadPool_Work(pool, Count, &count);
+  timespec end = {};
+  clock_gettime(CLOCK_MONOTONIC, &end);
+  end.tv_sec += test::TestLimit() / std::chrono::seconds(1);
+  int result = 0;
+  while (result == 0 && Record(pool)->threads[0].bIdle == 0) {
+    result = pthread_cond_timedwait(&Record(pool)->changed, &Record(pool)->mutex, &end);
+  }
+  EXPECT_EQ(0, result);
+  --Record(pool)->nWaiting;
+  EXPECT_EQ(1, count);
+  {
+    const PoolUnlock unlock(Record(pool));
+    EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
+  }
+}
+
+TEST_F(ThreadPoolWorkTest, AnItemThatCancelsItsThreadDoesNotTakeTheWorkerAway) {
+  const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
+  std::atomic<int> count{0};
+  const auto cancelSelf = [](void*) -> void* {
+    pthread_cancel(pthread_self());
+    return nullptr;
+  };
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_WorkEx(pool, cancelSelf, nullptr, 1));
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_WorkEx(pool, Count, &count, 1));
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_WorkEx(pool, Count, &count, 1));
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
+  EXPECT_EQ(2, count);
+}
+
 TEST_F(ThreadPoolWorkTest, ASubmitterThatIsCancelledWhileItWaitsLeavesThePoolUsable) {
   Latch latch;
   const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
@@ -246,12 +314,14 @@ void SetTrace(const char* text) {
 /** What the item finds in its thread; "-" stands for no record. */
 struct SeenTrace {
   std::string text;
+  QIV_TRACEINFO record = {};
   Latch done;
 
   static void* Store(void* seen) {
     QIV_TRACEINFO record;
     const bool has = TraceInfo().getTraceInfo(&record) == QIV_OK;
     static_cast<SeenTrace*>(seen)->text = has ? record.firstText : "-";
+    static_cast<SeenTrace*>(seen)->record = record;
     static_cast<SeenTrace*>(seen)->done.Open();
     return nullptr;
   }
@@ -271,6 +341,21 @@ TEST_F(ThreadPoolWorkTest, AnIdleWorkerRunsTheItemWithTheSubmittersTraceRecord) 
   SetTrace("second");
   EXPECT_EQ("second", SeenTrace::Of(pool));
   EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
+}
+
+TEST_F(ThreadPoolWorkTest, TheWholeTraceRecordTravels) {
+  QIV_TRACEINFO record = {};
+  std::strcpy(record.firstText, "one");
+  std::strcpy(record.secondText, "two");
+  std::strcpy(record.thirdText, "three");
+  record.firstFlag = 4;
+  record.secondFlag = 5;
+  TraceInfo().setTraceInfo(&record);
+  const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
+  SeenTrace seen;
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_Work(pool, SeenTrace::Store, &seen));
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
+  EXPECT_EQ(0, std::memcmp(&record, &seen.record, sizeof(record)));
 }
 
 TEST_F(ThreadPoolWorkTest, AnItemOfASubmitterWithoutARecordRunsWithTheRecordOfTheItemBefore) {
