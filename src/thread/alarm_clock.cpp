@@ -47,8 +47,7 @@ bool CAlarmClock::Start() noexcept {
 }
 
 void CAlarmClock::Stop() {
-  const bool isOwnThread = IsOwnThread();
-  if (isOwnThread) {
+  if (IsOwnThread()) {
     if (RequestStop()) DeleteAlarms();
     return;
   }
@@ -88,8 +87,10 @@ bool CAlarmClock::RemoveAlarm(int id) noexcept {
 }
 
 void CAlarmClock::Run() {
-  // Owned while the callback runs, which may end the thread.
-  for (std::unique_ptr<CAlarm> alarm(WaitForDueAlarm()); alarm; alarm.reset(WaitForDueAlarm())) {
+  for (;;) {
+    // Owned while the callback runs, which may end the thread.
+    const std::unique_ptr<CAlarm> alarm(WaitForDueAlarm());
+    if (!alarm) return;
     if (alarm->callback != nullptr) alarm->callback(this, alarm->id, alarm->param);
   }
 }

@@ -44,9 +44,9 @@ struct Timer {
   QIV_Cond* condition;
   pthread_mutex_t mutex;
 
+  unsigned int serial;    // tells it from the timers that had the entry before
   int isBeingKilled;      // a kill is at work and will free the entry
   const Timer* waitsFor;  // the timer that this one's callback is killing
-  qiv_uint64 serial;      // tells it from the timers that had the entry before
 };
 
 static_assert(sizeof(void*) != 4 || offsetof(Timer, callback) == 8, "fields in order");
@@ -58,7 +58,7 @@ static_assert(sizeof(void*) != 4 || offsetof(Timer, condition) == 28, "fields in
 static_assert(sizeof(void*) != 4 || offsetof(Timer, mutex) == 32, "fields in order");
 
 Timer g_timers[kTimers];
-qiv_uint64 g_lastSerial QIV_GUARDED_BY(g_timerTableMutex) = 0;
+unsigned int g_lastSerial QIV_GUARDED_BY(g_timerTableMutex) = 0;
 bool g_initialised QIV_GUARDED_BY(g_timerTableMutex) = false;
 
 /** Signalled, under g_timerTableMutex, when a kill has freed its timer or given up. */
@@ -173,7 +173,7 @@ class QIV_SCOPED_CAPABILITY ScopedUnlock {
 
 /** Waits until no other kill is at work on the timer; false when one has freed it. */
 bool WaitForOtherKill(const Timer& timer) QIV_REQUIRES(g_timerTableMutex) {
-  const qiv_uint64 serial = timer.serial;
+  const unsigned int serial = timer.serial;
   while (timer.serial == serial && timer.isBeingKilled != 0) {
     pthread_cond_wait(&g_killEnded, sync::PlatformMutex(g_timerTableMutex));
   }

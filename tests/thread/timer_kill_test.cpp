@@ -109,6 +109,7 @@ TEST_F(TimerKillTest, CallbackDoesNotRunAgainAfterTheKill) {
   const int calls = killed.Count();
   EXPECT_TRUE(other.WaitFor(other.Count() + 10));
   EXPECT_EQ(calls, killed.Count());
+  EXPECT_EQ(0, QIV_KillTimer(1));
 }
 
 TEST_F(TimerKillTest, CallbackCannotKillItsOwnTimerWhichGoesOn) {
@@ -134,6 +135,7 @@ TEST_F(TimerKillTest, CallbackCanKillAnotherTimer) {
   unsigned int id = kTimers;
   EXPECT_EQ(0, QIV_SetTimer(nullptr, nullptr, kHour, &id));
   EXPECT_EQ(0u, id);
+  EXPECT_EQ(0, QIV_KillTimer(1));
 }
 
 /** Timers of which each kills the next one, and the last the first, all at once. */
@@ -199,6 +201,7 @@ TEST_F(TimerKillTest, KillThatAnotherOneForestalledLeavesTheNextTimerAlone) {
   EXPECT_TRUE(calls.WaitFor(calls.Count() + 3));
   ASSERT_EQ(0, QIV_SetTimer(nullptr, nullptr, kHour, &id));
   EXPECT_NE(0u, id) << "still in use";
+  EXPECT_EQ(0, QIV_KillTimer(0));
 }
 
 void* RunKillFirst(void* /*unused*/) {

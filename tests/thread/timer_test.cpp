@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <regex>
 #include <string>
 #include <thread>
 
@@ -239,10 +238,10 @@ TEST_F(TimerTest, PrintsTheTwoLinesOfItsCondition) {
   EXPECT_EQ(0, QIV_SetTimer(nullptr, nullptr, kHour, nullptr));
   EXPECT_EQ(0, QIV_KillTimer(0));
   const std::string printed = output.Stop();
-  EXPECT_TRUE(
-      std::regex_match(printed, std::regex("QIV_CondCreate pCond:(\\S+),pCondAttr:(\\S+)\r\n"
-                                           "QIV_CondDestroy pCond:\\1,pCondAttr:\\2\r\n")))
-      << printed;
+  const std::string created = printed.substr(0, printed.find('\n') + 1);
+  const std::string start = "QIV_CondCreate ";
+  ASSERT_EQ(start, created.substr(0, start.size()));
+  EXPECT_EQ(created + "QIV_CondDestroy " + created.substr(start.size()), printed);
 }
 
 TEST_F(TimerTest, TimersAreKeptRunningWhenTheLibraryStops) {
