@@ -19,26 +19,16 @@ using qiv::test::Eventually;
 using qiv::test::Job;
 using qiv::test::Latch;
 using qiv::test::RunInThread;
-using qiv::test::RunJob;
 using qiv::test::Stopwatch;
+using qiv::test::TestPool;
 
-class ThreadPoolFlexDestroyTest : public qiv::test::FlexPoolTest {
+class ThreadPoolFlexDestroyTest : public qiv::test::LeakCheckedTest {
  protected:
-  /** One worker is busy with m_blocker, and `count` items that count their handling wait. */
-  void CreateBusy(int count) {
-    Create(1);
-    ASSERT_EQ(1, Submit(m_blocker.job));
+  /** Makes the one worker busy with m_blocker; `count` items, which count their handling, wait. */
+  void MakeBusy(const TestPool& pool, int count) {
+    ASSERT_EQ(1, pool.Submit(m_blocker.job));
     ASSERT_TRUE(m_blocker.WaitUntilStarted());
-    for (int i = 0; i < count; ++i) ASSERT_EQ(1, Submit(m_count));
-  }
-
-  /** Begins the destruction on a thread of its own; m_pool stays to look at. */
-  auto DestroyInThread(int timeout) {
-    return RunInThread([this, timeout] { return QIV_ThreadPoolFlex_DestroyEx(m_pool, timeout); });
-  }
-
-  [[nodiscard]] bool EventuallyInState(qiv::thread::FlexState state) {
-    return Eventually([this, state] { return Record().Is(state); });
+    for (int i = 0; i < count; ++i) ASSERT_EQ(1, pool.Submit(m_count));
   }
 
   Blocker m_blocker;
@@ -50,172 +40,172 @@ TEST_F(ThreadPoolFlexDestroyTest, WithoutAWaitQueuedItemsAreDroppedAndTheRunning
   for (const int timeout : {0, -2, std::numeric_limits<int>::min()}) {
     SCOPED_TRACE(timeout);
     Blocker blocker;
-    Create(1);
-    ASSERT_EQ(1, Submit(blocker.job));
+    TestPool pool(1);
+    ASSERT_EQ(1, pool.Submit(blocker.job));
     ASSERT_TRUE(blocker.WaitUntilStarted());
-    for (int i = 0; i < 5; ++i) ASSERT_EQ(1, Submit(m_count));
-    auto destroyed = DestroyInThread(timeout);
-    ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexExiting));
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(1, pool.Submit(m_count));
+    auto destroyed = pool.DestroyInThread(timeout);
+    ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexExiting));
     EXPECT_FALSE(destroyed.IsReady());
     blocker.Release();
     EXPECT_EQ(0, destroyed.Get());
-    m_pool = nullptr;
     EXPECT_TRUE(blocker.HasFinished());
     EXPECT_EQ(0, m_handled.load());
   }
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, DestroyWithoutATimeoutDropsQueuedItems) {
-  CreateBusy(5);
-  auto destroyed = RunInThread([this] { return QIV_ThreadPoolFlex_Destroy(m_pool); });
-  ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexExiting));
+  TestPool pool(1);
+  MakeBusy(pool, 5);
+  auto destroyed = RunInThread([&] { return QIV_ThreadPoolFlex_Destroy(pool.Handle()); });
+  ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexExiting));
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
+  pool.Forget();
   EXPECT_EQ(0, m_handled.load());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, WithoutALimitItWaitsUntilTheQueueIsEmpty) {
-  CreateBusy(1000);
-  auto destroyed = DestroyInThread(-1);
-  ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexDraining));
+  TestPool pool(1);
+  MakeBusy(pool, 1000);
+  auto destroyed = pool.DestroyInThread(-1);
+  ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexDraining));
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
   EXPECT_EQ(1000, m_handled.load());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, WithALimitThatSufficesEveryItemIsHandled) {
-  CreateBusy(1000);
-  auto destroyed = DestroyInThread(std::numeric_limits<int>::max());
-  ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexDraining));
+  TestPool pool(1);
+  MakeBusy(pool, 1000);
+  auto destroyed = pool.DestroyInThread(std::numeric_limits<int>::max());
+  ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexDraining));
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
   EXPECT_EQ(1000, m_handled.load());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, WhenTheLimitHasPassedTheItemsLeftAreDropped) {
   constexpr int kLimitMs = 600;
-  CreateBusy(5);
+  TestPool pool(1);
+  MakeBusy(pool, 5);
   const Stopwatch sinceBegin;
-  auto destroyed = DestroyInThread(kLimitMs);
-  ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexExiting));
+  auto destroyed = pool.DestroyInThread(kLimitMs);
+  ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexExiting));
   EXPECT_GE(sinceBegin.Milliseconds(), kLimitMs * 95 / 100);
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
   EXPECT_EQ(0, m_handled.load());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, OnceItHasBegunItemsAreRefusedAndTheQueueSizeIsMinusOne) {
-  CreateBusy(1);
-  auto destroyed = DestroyInThread(-1);
-  ASSERT_TRUE(Eventually([this] { return QueueSize() == -1; }));
-  EXPECT_EQ(0, Submit(m_count));
-  EXPECT_EQ(-1, QIV_ThreadPoolFlex_Work(m_pool, &m_count));
+  TestPool pool(1);
+  MakeBusy(pool, 1);
+  auto destroyed = pool.DestroyInThread(-1);
+  ASSERT_TRUE(Eventually([&] { return pool.QueueSize() == -1; }));
+  EXPECT_EQ(0, pool.Submit(m_count));
+  EXPECT_EQ(-1, QIV_ThreadPoolFlex_Work(pool.Handle(), &m_count));
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
   EXPECT_EQ(1, m_handled.load());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, ItemsAreRefusedAndTheQueueSizeIsMinusOneWhileWorkersEnd) {
-  CreateBusy(1);
-  auto destroyed = DestroyInThread(0);
-  ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexExiting));
-  EXPECT_EQ(-1, QueueSize());
-  EXPECT_EQ(0, Submit(m_count));
+  TestPool pool(1);
+  MakeBusy(pool, 1);
+  auto destroyed = pool.DestroyInThread(0);
+  ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexExiting));
+  EXPECT_EQ(-1, pool.QueueSize());
+  EXPECT_EQ(0, pool.Submit(m_count));
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
   EXPECT_EQ(0, m_handled.load());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, SecondDestructionReturnsAtOnceWhileTheFirstIsUnderWay) {
-  CreateBusy(0);
-  auto destroyed = DestroyInThread(0);
-  ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexExiting));
-  EXPECT_EQ(0, QIV_ThreadPoolFlex_DestroyEx(m_pool, -1));
-  EXPECT_EQ(0, QIV_ThreadPoolFlex_Destroy(m_pool));
+  TestPool pool(1);
+  MakeBusy(pool, 0);
+  auto destroyed = pool.DestroyInThread(0);
+  ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexExiting));
+  EXPECT_EQ(0, QIV_ThreadPoolFlex_DestroyEx(pool.Handle(), -1));
+  EXPECT_EQ(0, QIV_ThreadPoolFlex_Destroy(pool.Handle()));
   EXPECT_FALSE(destroyed.IsReady());
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, OwnHandlerCannotDestroyThePool) {
   Latch returned;
-  Job destroy = [&] {
-    EXPECT_EQ(0, QIV_ThreadPoolFlex_DestroyEx(m_pool, -1));
-    EXPECT_EQ(0, QIV_ThreadPoolFlex_Destroy(m_pool));
+  Job destroy;
+  TestPool pool(1);
+  destroy = [&] {
+    EXPECT_EQ(0, QIV_ThreadPoolFlex_DestroyEx(pool.Handle(), -1));
+    EXPECT_EQ(0, QIV_ThreadPoolFlex_Destroy(pool.Handle()));
     returned.Open();
   };
-  Create(1);
-  ASSERT_EQ(1, Submit(destroy));
+  ASSERT_EQ(1, pool.Submit(destroy));
   ASSERT_TRUE(returned.Wait());
-  EXPECT_EQ(0, QueueSize());
-  EXPECT_EQ(1, Submit(m_count));
-  Destroy(-1);
+  EXPECT_EQ(0, pool.QueueSize());
+  EXPECT_EQ(1, pool.Submit(m_count));
+  pool.Destroy(-1);
   EXPECT_EQ(1, m_handled.load());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, HandlerMayDestroyAnotherPool) {
-  const QIV_HANDLE other = thrmgr_new(1, -1, RunJob, 0);
-  ASSERT_EQ(1, thrmgr_dispatch(other, &m_count));
-  Job destroy = [&] { EXPECT_EQ(0, QIV_ThreadPoolFlex_DestroyEx(other, -1)); };
-  Create(1);
-  ASSERT_EQ(1, Submit(destroy));
-  Destroy(-1);
+  TestPool other(1);
+  ASSERT_EQ(1, other.Submit(m_count));
+  Job destroy = [&] { other.Destroy(-1); };
+  TestPool pool(1);
+  ASSERT_EQ(1, pool.Submit(destroy));
+  pool.Destroy(-1);
   EXPECT_EQ(1, m_handled.load());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, IdleWorkersEndWithoutWaitingForTheirTimeout) {
   Blocker blockers[4];
-  Create(4, std::numeric_limits<int>::max());
+  TestPool pool(4, std::numeric_limits<int>::max());
   for (Blocker& blocker : blockers) {
-    ASSERT_EQ(1, Submit(blocker.job));
+    ASSERT_EQ(1, pool.Submit(blocker.job));
     ASSERT_TRUE(blocker.WaitUntilStarted());
   }
   for (Blocker& blocker : blockers) blocker.Release();
-  ASSERT_TRUE(Eventually([this] { return IdleWorkers() == 4; }));
-  EXPECT_EQ(0, DestroyInThread(0).Get());
-  m_pool = nullptr;
+  ASSERT_TRUE(Eventually([&] { return pool.Idle() == 4; }));
+  EXPECT_EQ(0, pool.DestroyInThread(0).Get());
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, PoolThatNeverHadAWorkerIsDestroyed) {
   for (const int timeout : {0, -1, 1, -2}) {
-    Create(1);
-    EXPECT_EQ(0, QIV_ThreadPoolFlex_DestroyEx(m_pool, timeout));
-    m_pool = nullptr;
+    TestPool pool(1);
+    EXPECT_EQ(0, QIV_ThreadPoolFlex_DestroyEx(pool.Handle(), timeout));
+    pool.Forget();
   }
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, CallThatHasBegunIsWaitedFor) {
-  Create(1);
-  Record().nCallers.fetch_add(1);  // as a call does that is interrupted in its first step
-  auto destroyed = DestroyInThread(0);
-  ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexExiting));
+  TestPool pool(1);
+  pool.Record().nCallers.fetch_add(1);  // as a call does that is interrupted in its first step
+  auto destroyed = pool.DestroyInThread(0);
+  ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexExiting));
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_FALSE(destroyed.IsReady());
-  Record().nCallers.fetch_sub(1);
+  pool.Record().nCallers.fetch_sub(1);
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, CancellationDoesNotInterruptIt) {
-  CreateBusy(3);
-  auto destroyed = RunInThread([this] {
+  TestPool pool(1);
+  MakeBusy(pool, 3);
+  auto destroyed = RunInThread([&] {
     pthread_cancel(pthread_self());
-    const int result = QIV_ThreadPoolFlex_DestroyEx(m_pool, -1);
+    const int result = QIV_ThreadPoolFlex_DestroyEx(pool.Handle(), -1);
     int ignored = 0;
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &ignored);  // the thread itself goes on
     return result;
   });
-  ASSERT_TRUE(EventuallyInState(qiv::thread::kFlexDraining));
+  ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexDraining));
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
-  m_pool = nullptr;
+  pool.Forget();
   EXPECT_EQ(3, m_handled.load());
 }
 

@@ -1,15 +1,19 @@
-// A flexible pool whose items are functions, and a look into its record.
+// Flexible pools whose items are functions, and a look into their records.
 #ifndef QIV_TESTS_THREAD_THREAD_POOL_FLEX_FIXTURE_H
 #define QIV_TESTS_THREAD_THREAD_POOL_FLEX_FIXTURE_H
 
 #include <qiv/thread_pool_flex.h>
 
+#include <gtest/gtest.h>
+
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <thread>
 
 #include "support/latch.h"
 #include "support/leak_check.h"
+#include "support/run_in_thread.h"
 #include "support/test_limit.h"
 #include "thread/thread_pool_flex.h"
 
@@ -50,32 +54,51 @@ class Blocker {
   bool m_finished = false;
 };
 
-class FlexPoolTest : public LeakCheckedTest {
- protected:
+/**
+ * A pool. Declare it behind the items and whatever their handlers use: its end waits for the
+ * handlers that run.
+ */
+class TestPool {
+ public:
   static constexpr int kNoLimit = -1;
 
-  void TearDown() override {
-    Destroy(0);
-    LeakCheckedTest::TearDown();
+  explicit TestPool(int maxThreads, int idleTimeout = kNoLimit, int stackSize = 0,
+                    void (*handler)(void*) = RunJob)
+      : m_handle(thrmgr_new(maxThreads, idleTimeout, handler, stackSize)) {
+    EXPECT_NE(nullptr, m_handle);
   }
+  ~TestPool() { Destroy(0); }
+  TestPool(const TestPool&) = delete;
+  TestPool& operator=(const TestPool&) = delete;
 
-  void Create(int maxThreads, int idleTimeout = kNoLimit, int stackSize = 0) {
-    m_pool = thrmgr_new(maxThreads, idleTimeout, RunJob, stackSize);
-    ASSERT_NE(nullptr, m_pool);
-  }
   void Destroy(int timeout) {
-    thrmgr_destroy(m_pool, timeout);
-    m_pool = nullptr;
+    thrmgr_destroy(m_handle, timeout);
+    m_handle = nullptr;
+  }
+  /** To be called when a test has destroyed the pool by itself. */
+  void Forget() { m_handle = nullptr; }
+  /** Begins the destruction on a thread of its own; the record may be looked at until its end. */
+  auto DestroyInThread(int timeout) {
+    return RunInThread([this, timeout] {
+      const int result = QIV_ThreadPoolFlex_DestroyEx(m_handle, timeout);
+      m_handle = nullptr;
+      return result;
+    });
   }
 
-  int Submit(Job& job) const { return thrmgr_dispatch(m_pool, &job); }
-  int QueueSize() const { return thrmgr_getQSize(m_pool); }
+  int Submit(Job& job) const { return thrmgr_dispatch(m_handle, &job); }
+  int QueueSize() const { return thrmgr_getQSize(m_handle); }
 
-  thread::FlexPool& Record() const { return *static_cast<thread::FlexPool*>(m_pool); }
+  QIV_HANDLE Handle() const { return m_handle.load(); }
+  thread::FlexPool& Record() const { return *static_cast<thread::FlexPool*>(Handle()); }
   int Alive() const { return Record().nAlive.load(); }
-  int IdleWorkers() const { return Record().nIdle.load(); }
+  int Idle() const { return Record().nIdle.load(); }
+  [[nodiscard]] bool EventuallyInState(thread::FlexState state) const {
+    return Eventually([this, state] { return Record().Is(state); });
+  }
 
-  QIV_HANDLE m_pool = nullptr;
+ private:
+  std::atomic<QIV_HANDLE> m_handle;
 };
 
 }  // namespace qiv::test

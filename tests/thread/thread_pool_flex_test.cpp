@@ -1,6 +1,7 @@
 #include <qiv/semaphore.h>
 #include <qiv/thread.h>
 #include <qiv/thread_pool_flex.h>
+#include <qiv/time.h>
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -12,7 +13,6 @@
 
 #include "support/failing_allocation.h"
 #include "support/failing_thread_start.h"
-#include "support/stopwatch.h"
 #include "thread/thread_pool_flex_fixture.h"
 
 namespace {
@@ -24,12 +24,12 @@ using qiv::test::FailingThreadStart;
 using qiv::test::Job;
 using qiv::test::Latch;
 using qiv::test::RunJob;
-using qiv::test::Stopwatch;
+using qiv::test::TestPool;
 
 constexpr int kIntMax = std::numeric_limits<int>::max();
 constexpr int kIntMin = std::numeric_limits<int>::min();
 
-class ThreadPoolFlexTest : public qiv::test::FlexPoolTest {};
+class ThreadPoolFlexTest : public qiv::test::LeakCheckedTest {};
 
 // Creation.
 
@@ -62,10 +62,10 @@ TEST_F(ThreadPoolFlexTest, CreateRefusesWhatMakesNoPool) {
 
 TEST_F(ThreadPoolFlexTest, CreateStartsNoThread) {
   const int before = qiv::test::CountEntries("/proc/self/task");
-  Create(4);
+  TestPool pool(4);
   EXPECT_EQ(before, qiv::test::CountEntries("/proc/self/task"));
-  EXPECT_EQ(0, Alive());
-  EXPECT_EQ(0, QueueSize());
+  EXPECT_EQ(0, pool.Alive());
+  EXPECT_EQ(0, pool.QueueSize());
 }
 
 TEST_F(ThreadPoolFlexTest, CreateGivesNullAtEachFailedAllocation) {
@@ -76,7 +76,7 @@ TEST_F(ThreadPoolFlexTest, CreateGivesNullAtEachFailedAllocation) {
     EXPECT_TRUE(failure.Happened());
   }
   const FailingAllocation failure(3);
-  Create(1);
+  TestPool pool(1);
   EXPECT_FALSE(failure.Happened());
 }
 
@@ -92,9 +92,8 @@ TEST_F(ThreadPoolFlexTest, StackSizeIsOneMebibyteForZeroAndAtLeast256Kibibytes) 
       {0x200000, 0x200000}, {kIntMax, kIntMax},
   };
   for (const auto& row : kRows) {
-    Create(1, 0, row.request);
-    EXPECT_EQ(row.stackSize, Record().nStackSize) << row.request;
-    Destroy(0);
+    TestPool pool(1, 0, row.request);
+    EXPECT_EQ(row.stackSize, pool.Record().nStackSize) << row.request;
   }
 }
 
@@ -114,9 +113,9 @@ TEST_F(ThreadPoolFlexTest, HandlerRunsOnAStackOfTheRaisedSize) {
       pthread_attr_getguardsize(&attributes, &guardSize);
       pthread_attr_destroy(&attributes);
     };
-    Create(1, kNoLimit, row.request);
-    ASSERT_EQ(1, Submit(look));
-    Destroy(kNoLimit);
+    TestPool pool(1, TestPool::kNoLimit, row.request);
+    ASSERT_EQ(1, pool.Submit(look));
+    pool.Destroy(TestPool::kNoLimit);
     // A platform may take the guard out of the stack.
     EXPECT_GE(stackSize + guardSize, row.stackSize) << row.request;
   }
@@ -165,15 +164,15 @@ TEST_F(ThreadPoolFlexTest, HandlerIsCalledOncePerItemWithItsData) {
 TEST_F(ThreadPoolFlexTest, QueueSizeCountsTheItemsThatNoWorkerHasTaken) {
   Blocker blocker;
   Job nothing = [] {};
-  Create(1);
-  ASSERT_EQ(1, Submit(blocker.job));
+  TestPool pool(1);
+  ASSERT_EQ(1, pool.Submit(blocker.job));
   ASSERT_TRUE(blocker.WaitUntilStarted());
   for (int waiting = 0; waiting < 5; ++waiting) {
-    EXPECT_EQ(waiting, QueueSize());
-    ASSERT_EQ(1, Submit(nothing));
+    EXPECT_EQ(waiting, pool.QueueSize());
+    ASSERT_EQ(1, pool.Submit(nothing));
   }
   blocker.Release();
-  EXPECT_TRUE(Eventually([this] { return QueueSize() == 0; }));
+  EXPECT_TRUE(Eventually([&] { return pool.QueueSize() == 0; }));
 }
 
 TEST_F(ThreadPoolFlexTest, SubmissionIsRefusedWhile65535ItemsWait) {
@@ -181,41 +180,42 @@ TEST_F(ThreadPoolFlexTest, SubmissionIsRefusedWhile65535ItemsWait) {
   Blocker blocker;
   std::atomic<int> handled{0};
   Job count = [&] { handled.fetch_add(1); };
-  Create(1);
-  ASSERT_EQ(1, Submit(blocker.job));
+  TestPool pool(1);
+  ASSERT_EQ(1, pool.Submit(blocker.job));
   ASSERT_TRUE(blocker.WaitUntilStarted());
-  for (int i = 0; i < kMost; ++i) ASSERT_EQ(1, Submit(count)) << i;
-  EXPECT_EQ(0, Submit(count));
-  EXPECT_EQ(-1, QIV_ThreadPoolFlex_Work(m_pool, &count));
-  EXPECT_EQ(kMost, QueueSize());
+  for (int i = 0; i < kMost; ++i) ASSERT_EQ(1, pool.Submit(count)) << i;
+  EXPECT_EQ(0, pool.Submit(count));
+  EXPECT_EQ(-1, QIV_ThreadPoolFlex_Work(pool.Handle(), &count));
+  EXPECT_EQ(kMost, pool.QueueSize());
   blocker.Release();
-  ASSERT_TRUE(Eventually([this] { return QueueSize() < kMost; }));
-  EXPECT_EQ(1, Submit(count));
-  Destroy(kNoLimit);
+  ASSERT_TRUE(Eventually([&] { return pool.QueueSize() < kMost; }));
+  EXPECT_EQ(1, pool.Submit(count));
+  pool.Destroy(TestPool::kNoLimit);
   EXPECT_EQ(kMost + 1, handled.load());
 }
 
 TEST_F(ThreadPoolFlexTest, ItemIsRefusedWhenMemoryIsShort) {
   Job nothing = [] {};
-  Create(1);
+  TestPool pool(1);
   {
     const FailingAllocation failure(1);
-    EXPECT_EQ(0, Submit(nothing));
+    EXPECT_EQ(0, pool.Submit(nothing));
     EXPECT_TRUE(failure.Happened());
   }
-  EXPECT_EQ(0, QueueSize());
-  EXPECT_EQ(0, Alive());
+  EXPECT_EQ(0, pool.QueueSize());
+  EXPECT_EQ(0, pool.Alive());
   const FailingAllocation failure(2);
-  EXPECT_EQ(1, Submit(nothing));
+  EXPECT_EQ(1, pool.Submit(nothing));
   EXPECT_FALSE(failure.Happened());
 }
 
 TEST_F(ThreadPoolFlexTest, HandlerMaySubmitToItsOwnPool) {
   Latch done;
   Job second = [&] { done.Open(); };
-  Job first = [&] { EXPECT_EQ(1, Submit(second)); };
-  Create(1);
-  ASSERT_EQ(1, Submit(first));
+  Job first;
+  TestPool pool(1);
+  first = [&] { EXPECT_EQ(1, pool.Submit(second)); };
+  ASSERT_EQ(1, pool.Submit(first));
   EXPECT_TRUE(done.Wait());
 }
 
@@ -226,78 +226,75 @@ TEST_F(ThreadPoolFlexTest, WithOneThreadItemsAreHandledOneAfterAnotherInOrder) {
   std::vector<int> order;  // without a lock: the thread sanitizer would see two handlers at once
   std::vector<Job> jobs;
   for (int i = 0; i < kItems; ++i) jobs.emplace_back([&order, i] { order.push_back(i); });
-  Create(1);
-  for (Job& job : jobs) ASSERT_EQ(1, Submit(job));
-  Destroy(kNoLimit);
+  TestPool pool(1);
+  for (Job& job : jobs) ASSERT_EQ(1, pool.Submit(job));
+  pool.Destroy(TestPool::kNoLimit);
   ASSERT_EQ(kItems, static_cast<int>(order.size()));
   for (int i = 0; i < kItems; ++i) EXPECT_EQ(i, order[static_cast<std::size_t>(i)]);
 }
 
 TEST_F(ThreadPoolFlexTest, WorkersAreStartedOnDemandUpToTheMaximum) {
   Blocker blockers[5];
-  Create(3);
+  TestPool pool(3);
   for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(1, Submit(blockers[i].job));
-    EXPECT_EQ(i + 1, Alive());
+    ASSERT_EQ(1, pool.Submit(blockers[i].job));
+    EXPECT_EQ(i + 1, pool.Alive());
     ASSERT_TRUE(blockers[i].WaitUntilStarted());
   }
-  for (int i = 3; i < 5; ++i) ASSERT_EQ(1, Submit(blockers[i].job));
-  EXPECT_EQ(3, Alive());
-  EXPECT_EQ(2, QueueSize());
+  for (int i = 3; i < 5; ++i) ASSERT_EQ(1, pool.Submit(blockers[i].job));
+  EXPECT_EQ(3, pool.Alive());
+  EXPECT_EQ(2, pool.QueueSize());
   for (Blocker& blocker : blockers) blocker.Release();
   ASSERT_TRUE(blockers[4].WaitUntilStarted());
 }
 
 TEST_F(ThreadPoolFlexTest, IdleWorkerIsUsedBeforeAnotherIsStarted) {
   Job nothing = [] {};
-  Create(4);
+  TestPool pool(4);
   for (int round = 0; round < 3; ++round) {
-    ASSERT_EQ(1, Submit(nothing));
-    ASSERT_TRUE(Eventually([this] { return QueueSize() == 0 && IdleWorkers() == 1; }));
-    EXPECT_EQ(1, Alive());
+    ASSERT_EQ(1, pool.Submit(nothing));
+    ASSERT_TRUE(Eventually([&] { return pool.QueueSize() == 0 && pool.Idle() == 1; }));
+    EXPECT_EQ(1, pool.Alive());
   }
 }
 
 TEST_F(ThreadPoolFlexTest, WorkerEndsWhenItHasWaitedForTheIdleTimeout) {
   constexpr int kIdleMs = 200;
-  Create(1, kIdleMs);
+  std::atomic<qiv_int64> handledAt{0};
+  Job note = [&] { handledAt.store(QIV_GetTimeTick64()); };
+  TestPool pool(1, kIdleMs);
   for (int round = 0; round < 2; ++round) {  // a second worker is started after the first has gone
-    Stopwatch sinceHandled;
-    Job restart = [&] { sinceHandled = Stopwatch(); };
-    ASSERT_EQ(1, Submit(restart));
-    EXPECT_EQ(1, Alive());
-    ASSERT_TRUE(Eventually([this] { return Alive() == 0; }));
-    EXPECT_GE(sinceHandled.Milliseconds(), kIdleMs * 95 / 100);
-    EXPECT_EQ(0, IdleWorkers());
+    ASSERT_EQ(1, pool.Submit(note));
+    EXPECT_EQ(1, pool.Alive());
+    ASSERT_TRUE(Eventually([&] { return pool.Alive() == 0; }));
+    EXPECT_GE(QIV_GetTimeTick64() - handledAt.load(), kIdleMs * 95 / 100);
+    EXPECT_EQ(0, pool.Idle());
   }
 }
 
 TEST_F(ThreadPoolFlexTest, WorkerWithoutIdleTimeoutStaysWhileOthersEnd) {
   for (const int negative : {-1, -2, kIntMin}) {
     Job nothing = [] {};
-    Create(1, negative);
-    EXPECT_EQ(static_cast<unsigned int>(negative), Record().nIdleTimeout);
-    ASSERT_EQ(1, Submit(nothing));
-    ASSERT_TRUE(Eventually([this] { return IdleWorkers() == 1; }));
-    const QIV_HANDLE other = thrmgr_new(1, 50, RunJob, 0);
-    const auto& otherRecord = *static_cast<qiv::thread::FlexPool*>(other);
-    EXPECT_EQ(1, thrmgr_dispatch(other, &nothing));
-    EXPECT_TRUE(Eventually([&] { return otherRecord.nAlive.load() == 0; }));
-    EXPECT_EQ(1, Alive());
-    thrmgr_destroy(other, 0);
-    Destroy(0);
+    TestPool pool(1, negative);
+    EXPECT_EQ(static_cast<unsigned int>(negative), pool.Record().nIdleTimeout);
+    ASSERT_EQ(1, pool.Submit(nothing));
+    ASSERT_TRUE(Eventually([&] { return pool.Idle() == 1; }));
+    const TestPool other(1, 50);
+    EXPECT_EQ(1, other.Submit(nothing));
+    EXPECT_TRUE(Eventually([&] { return other.Alive() == 0; }));
+    EXPECT_EQ(1, pool.Alive());
   }
 }
 
 TEST_F(ThreadPoolFlexTest, WithAnIdleTimeoutOfZeroEveryItemIsHandled) {
   std::atomic<int> handled{0};
   Job count = [&] { handled.fetch_add(1); };
-  Create(1, 0);
+  TestPool pool(1, 0);
   for (int i = 1; i <= 100; ++i) {
-    ASSERT_EQ(1, Submit(count));
+    ASSERT_EQ(1, pool.Submit(count));
     ASSERT_TRUE(Eventually([&] { return handled.load() == i; }));
   }
-  EXPECT_TRUE(Eventually([this] { return Alive() == 0; }));
+  EXPECT_TRUE(Eventually([&] { return pool.Alive() == 0; }));
 }
 
 // Threads that do not start.
@@ -307,18 +304,18 @@ TEST_F(ThreadPoolFlexTest, ItemIsRefusedWhenTheFirstWorkerCannotBeStarted) {
   std::atomic<int> accepted{0};
   Job count = [&] { accepted.fetch_add(1); };
   Job refusedJob = [&] { refused.fetch_add(1); };
-  Create(2);
+  TestPool pool(2);
   {
     const FailingThreadStart failure;
-    EXPECT_EQ(0, Submit(refusedJob));
-    EXPECT_EQ(-1, QIV_ThreadPoolFlex_Work(m_pool, &refusedJob));
+    EXPECT_EQ(0, pool.Submit(refusedJob));
+    EXPECT_EQ(-1, QIV_ThreadPoolFlex_Work(pool.Handle(), &refusedJob));
     EXPECT_EQ(2, FailingThreadStart::Count());
   }
-  EXPECT_EQ(0, QueueSize());
-  EXPECT_EQ(0, Alive());
-  EXPECT_EQ(-1, QIV_SemTimedWait(&Record().semWork, 0)) << "a post without an item";
-  EXPECT_EQ(1, Submit(count));
-  Destroy(kNoLimit);
+  EXPECT_EQ(0, pool.QueueSize());
+  EXPECT_EQ(0, pool.Alive());
+  EXPECT_EQ(-1, QIV_SemTimedWait(&pool.Record().semWork, 0)) << "a post without an item";
+  EXPECT_EQ(1, pool.Submit(count));
+  pool.Destroy(TestPool::kNoLimit);
   EXPECT_EQ(1, accepted.load());
   EXPECT_EQ(0, refused.load());
 }
@@ -327,16 +324,16 @@ TEST_F(ThreadPoolFlexTest, FailedStartIsIgnoredWhileAnotherWorkerIsAlive) {
   Blocker blocker;
   Latch handled;
   Job open = [&] { handled.Open(); };
-  Create(2);
-  ASSERT_EQ(1, Submit(blocker.job));
+  TestPool pool(2);
+  ASSERT_EQ(1, pool.Submit(blocker.job));
   ASSERT_TRUE(blocker.WaitUntilStarted());
   {
     const FailingThreadStart failure;
-    EXPECT_EQ(1, Submit(open));
+    EXPECT_EQ(1, pool.Submit(open));
     EXPECT_EQ(1, FailingThreadStart::Count());
   }
-  EXPECT_EQ(1, QueueSize());
-  EXPECT_EQ(1, Alive());
+  EXPECT_EQ(1, pool.QueueSize());
+  EXPECT_EQ(1, pool.Alive());
   blocker.Release();
   EXPECT_TRUE(handled.Wait());
 }
@@ -346,31 +343,35 @@ TEST_F(ThreadPoolFlexTest, HandlerThatEndsItsThreadIsReplacedWhileItemsWait) {
   Latch handled;
   Job end = [] { QIV_Thread_Exit(); };
   Job open = [&] { handled.Open(); };
-  Create(1);
-  ASSERT_EQ(1, Submit(blocker.job));
+  TestPool pool(1);
+  ASSERT_EQ(1, pool.Submit(blocker.job));
   ASSERT_TRUE(blocker.WaitUntilStarted());
-  ASSERT_EQ(1, Submit(end));
-  ASSERT_EQ(1, Submit(open));
+  ASSERT_EQ(1, pool.Submit(end));
+  ASSERT_EQ(1, pool.Submit(open));
   blocker.Release();
   EXPECT_TRUE(handled.Wait());
-  EXPECT_EQ(1, Alive());
-  ASSERT_EQ(1, Submit(end));
-  EXPECT_TRUE(Eventually([this] { return Alive() == 0; }));
+  EXPECT_EQ(1, pool.Alive());
+  ASSERT_EQ(1, pool.Submit(end));
+  EXPECT_TRUE(Eventually([&] { return pool.Alive() == 0; }));
 }
 
 /** One item waits and there is no worker: a handler has ended the last one, and none could start.
  */
-class AbandonedThreadPoolFlexTest : public qiv::test::FlexPoolTest {
+class AbandonedThreadPoolFlexTest : public qiv::test::LeakCheckedTest {
  protected:
   void SetUp() override {
-    FlexPoolTest::SetUp();
-    Create(1);
-    ASSERT_EQ(1, Submit(m_end));
-    ASSERT_EQ(1, Submit(m_older));
+    LeakCheckedTest::SetUp();
+    ASSERT_EQ(1, m_pool.Submit(m_end));
+    ASSERT_EQ(1, m_pool.Submit(m_older));
     m_failure = std::make_unique<FailingThreadStart>();
     m_mayEnd.Open();
-    ASSERT_TRUE(Eventually([this] { return Alive() == 0; }));
-    ASSERT_EQ(1, QueueSize());
+    ASSERT_TRUE(Eventually([&] { return m_pool.Alive() == 0; }));
+    ASSERT_EQ(1, m_pool.QueueSize());
+  }
+
+  void TearDown() override {
+    m_pool.Destroy(0);
+    LeakCheckedTest::TearDown();
   }
 
   Latch m_mayEnd;
@@ -381,29 +382,30 @@ class AbandonedThreadPoolFlexTest : public qiv::test::FlexPoolTest {
   };
   Job m_older = [this] { m_handled.fetch_add(1); };
   std::unique_ptr<FailingThreadStart> m_failure;
+  TestPool m_pool{1};
 };
 
 TEST_F(AbandonedThreadPoolFlexTest, RefusedItemIsTheSubmittedOneAndTheOlderOneStays) {
   int newerHandled = 0;
   Job newer = [&] { ++newerHandled; };
-  EXPECT_EQ(0, Submit(newer));
-  EXPECT_EQ(1, QueueSize());
+  EXPECT_EQ(0, m_pool.Submit(newer));
+  EXPECT_EQ(1, m_pool.QueueSize());
   m_failure.reset();
   Job last = [] {};
-  EXPECT_EQ(1, Submit(last));
-  Destroy(kNoLimit);
+  EXPECT_EQ(1, m_pool.Submit(last));
+  m_pool.Destroy(TestPool::kNoLimit);
   EXPECT_EQ(1, m_handled.load());
   EXPECT_EQ(0, newerHandled);
 }
 
 TEST_F(AbandonedThreadPoolFlexTest, DestructionThatWaitsForTheQueueStartsAWorker) {
   m_failure.reset();
-  Destroy(kNoLimit);
+  m_pool.Destroy(TestPool::kNoLimit);
   EXPECT_EQ(1, m_handled.load());
 }
 
 TEST_F(AbandonedThreadPoolFlexTest, DestructionWithoutAWaitDropsTheItem) {
-  Destroy(0);
+  m_pool.Destroy(0);
   EXPECT_EQ(0, m_handled.load());
 }
 

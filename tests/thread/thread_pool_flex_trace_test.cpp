@@ -4,8 +4,8 @@
 #include <qiv/trace_info.h>
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
+#include <atomic>
 #include <cstring>
 
 #include "support/failing_allocation.h"
@@ -19,6 +19,7 @@ using qiv::test::Eventually;
 using qiv::test::FailingAllocation;
 using qiv::test::Job;
 using qiv::test::RunInThread;
+using qiv::test::TestPool;
 
 qiv::qiv_tlsTraceInfoOper& TraceInfo() { return *qiv::qiv_tlsTraceInfoOper::instance(); }
 
@@ -42,18 +43,18 @@ bool AreSame(const QIV_TRACEINFO& a, const QIV_TRACEINFO& b) {
   return std::memcmp(&a, &b, sizeof(a)) == 0;
 }
 
-class ThreadPoolFlexTraceTest : public qiv::test::FlexPoolTest {
+class ThreadPoolFlexTraceTest : public qiv::test::LeakCheckedTest {
  protected:
   void TearDown() override {
     TraceInfo().eraseTraceInfo();
-    FlexPoolTest::TearDown();
+    LeakCheckedTest::TearDown();
   }
 
   /** Submits as a thread with this record. */
-  int SubmitAs(const QIV_TRACEINFO& record, Job& job) {
+  static int SubmitAs(const QIV_TRACEINFO& record, const TestPool& pool, Job& job) {
     return RunInThread([&] {
              TraceInfo().setTraceInfo(&record);
-             const int result = Submit(job);
+             const int result = pool.Submit(job);
              TraceInfo().eraseTraceInfo();
              return result;
            })
@@ -66,10 +67,10 @@ TEST_F(ThreadPoolFlexTraceTest, HandlerFindsTheRecordOfItsSubmitter) {
   Look second;
   const QIV_TRACEINFO one = MakeRecord("one");
   const QIV_TRACEINFO two = MakeRecord("two");
-  Create(1);
-  ASSERT_EQ(1, SubmitAs(one, first.job));
-  ASSERT_EQ(1, SubmitAs(two, second.job));
-  Destroy(kNoLimit);
+  TestPool pool(1);
+  ASSERT_EQ(1, SubmitAs(one, pool, first.job));
+  ASSERT_EQ(1, SubmitAs(two, pool, second.job));
+  pool.Destroy(TestPool::kNoLimit);
   EXPECT_EQ(0, first.result);
   EXPECT_TRUE(AreSame(one, first.record));
   EXPECT_EQ(0, second.result);
@@ -78,9 +79,9 @@ TEST_F(ThreadPoolFlexTraceTest, HandlerFindsTheRecordOfItsSubmitter) {
 
 TEST_F(ThreadPoolFlexTraceTest, HandlerFindsNoRecordWhenNoSubmitterHadOne) {
   Look look;
-  Create(1);
-  ASSERT_EQ(1, Submit(look.job));
-  Destroy(kNoLimit);
+  TestPool pool(1);
+  ASSERT_EQ(1, pool.Submit(look.job));
+  pool.Destroy(TestPool::kNoLimit);
   EXPECT_EQ(-1, look.result);
 }
 
@@ -88,10 +89,10 @@ TEST_F(ThreadPoolFlexTraceTest, KeptItemWithoutARecordLeavesTheOneThatTheWorkerH
   Look withRecord;
   Look without;
   const QIV_TRACEINFO one = MakeRecord("one");
-  Create(1);
-  ASSERT_EQ(1, SubmitAs(one, withRecord.job));
-  ASSERT_EQ(1, Submit(without.job));
-  Destroy(kNoLimit);
+  TestPool pool(1);
+  ASSERT_EQ(1, SubmitAs(one, pool, withRecord.job));
+  ASSERT_EQ(1, pool.Submit(without.job));
+  pool.Destroy(TestPool::kNoLimit);
   EXPECT_EQ(0, without.result);
   EXPECT_TRUE(AreSame(one, without.record));
 }
@@ -101,15 +102,15 @@ TEST_F(ThreadPoolFlexTraceTest, ItemHoldsDataTimeRecordAndWhetherThereWasOne) {
   Job withRecord = [] {};
   Job without = [] {};
   const QIV_TRACEINFO one = MakeRecord("one");
-  Create(1);
-  ASSERT_EQ(1, Submit(blocker.job));
+  TestPool pool(1);
+  ASSERT_EQ(1, pool.Submit(blocker.job));
   ASSERT_TRUE(blocker.WaitUntilStarted());
   const QIV_TIME_T before = QIV_TimeNow();
-  ASSERT_EQ(1, SubmitAs(one, withRecord));
-  ASSERT_EQ(1, Submit(without));
+  ASSERT_EQ(1, SubmitAs(one, pool, withRecord));
+  ASSERT_EQ(1, pool.Submit(without));
   const QIV_TIME_T after = QIV_TimeNow();
-  const qiv::thread::FlexItem* const head = Record().pQueue->pHead;
-  const qiv::thread::FlexItem* const tail = Record().pQueue->pTail;
+  const qiv::thread::FlexItem* const head = pool.Record().pQueue->pHead;
+  const qiv::thread::FlexItem* const tail = pool.Record().pQueue->pTail;
   EXPECT_EQ(tail, head->pNext);
   EXPECT_EQ(nullptr, tail->pNext);
   EXPECT_EQ(&withRecord, head->pData);
@@ -131,64 +132,63 @@ TEST_F(ThreadPoolFlexTraceTest, NothingIsQueuedAtEachFailedAllocationOfASubmitte
   Look look;
   const QIV_TRACEINFO mine = MakeRecord("mine");
   ASSERT_EQ(0, TraceInfo().setTraceInfo(&mine));
-  Create(1);
+  TestPool pool(1);
   for (int nth = 1; nth <= 2; ++nth) {  // the item, and what carries the record to a new worker
     SCOPED_TRACE(nth);
     const FailingAllocation failure(nth);
-    EXPECT_EQ(0, Submit(look.job));
+    EXPECT_EQ(0, pool.Submit(look.job));
     EXPECT_TRUE(failure.Happened());
-    EXPECT_EQ(0, QueueSize());
+    EXPECT_EQ(0, pool.QueueSize());
   }
   const FailingAllocation failure(3);
-  EXPECT_EQ(1, Submit(look.job));
+  EXPECT_EQ(1, pool.Submit(look.job));
   EXPECT_FALSE(failure.Happened());
-  Destroy(kNoLimit);
+  pool.Destroy(TestPool::kNoLimit);
   EXPECT_TRUE(AreSame(mine, look.record));
 }
 
-/** What a thread's record is when the thread has run its routine to the end. */
-class RecordAtThreadEnd {
+/** What getTraceInfo() gives when a thread has run its routine to the end. */
+class ResultAtThreadEnd {
  public:
-  RecordAtThreadEnd() { pthread_key_create(&m_key, Read); }
-  ~RecordAtThreadEnd() { pthread_key_delete(m_key); }
-  RecordAtThreadEnd(const RecordAtThreadEnd&) = delete;
-  RecordAtThreadEnd& operator=(const RecordAtThreadEnd&) = delete;
-
   /** To be called in the thread. */
-  void Watch() { pthread_setspecific(m_key, this); }
-  /** What getTraceInfo() gave. */
+  void Watch() { t_reader.target = &m_result; }
+
   [[nodiscard]] bool EventuallyIs(int result) const {
     return Eventually([&] { return m_result.load() == result; });
   }
 
  private:
-  static void Read(void* self) {
-    QIV_TRACEINFO record;
-    static_cast<RecordAtThreadEnd*>(self)->m_result.store(TraceInfo().getTraceInfo(&record));
-  }
+  // Destroyed before the platform clears the thread-local keys, as a key's destructor is not.
+  struct Reader {
+    ~Reader() {
+      QIV_TRACEINFO record;
+      if (target != nullptr) target->store(TraceInfo().getTraceInfo(&record));
+    }
+    std::atomic<int>* target = nullptr;
+  };
+  static thread_local Reader t_reader;
 
-  pthread_key_t m_key = 0;
   std::atomic<int> m_result{-2};
 };
+thread_local ResultAtThreadEnd::Reader ResultAtThreadEnd::t_reader;
 
 TEST_F(ThreadPoolFlexTraceTest, WorkerErasesItsRecordWhenItEnds) {
   for (const int idleTimeout : {-1, 0}) {  // ended by the destruction; by the time-out
-    RecordAtThreadEnd atEnd;
-    Job nothing = [] {};
+    ResultAtThreadEnd atEnd;
     Job watch = [&] {
       QIV_TRACEINFO record;
       EXPECT_EQ(0, TraceInfo().getTraceInfo(&record));
       atEnd.Watch();
     };
     Blocker blocker;
-    Create(1, idleTimeout);
-    ASSERT_EQ(1, Submit(blocker.job));  // starts the worker, which so inherits no record
-    ASSERT_EQ(1, SubmitAs(MakeRecord("item"), watch));
+    TestPool pool(1, idleTimeout);
+    ASSERT_EQ(1, pool.Submit(blocker.job));  // starts the worker, which so inherits no record
+    ASSERT_EQ(1, SubmitAs(MakeRecord("item"), pool, watch));
     blocker.Release();
     if (idleTimeout == 0) {
       EXPECT_TRUE(atEnd.EventuallyIs(-1));
     }
-    Destroy(kNoLimit);
+    pool.Destroy(TestPool::kNoLimit);
     EXPECT_TRUE(atEnd.EventuallyIs(-1));
   }
 }
