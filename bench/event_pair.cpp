@@ -1,25 +1,16 @@
-// What an event costs beside the plain platform: an eventfd and poll().
-//
-// pair:       set, wait and reset of one signalled object on one thread
-// ping-pong:  there and back between two threads, by two objects
-//
-// The two sides take turns; medians of the rounds and their spread are printed, and the median of
-// the rounds' ratios.
-//
-// usage: event_pair [--quick]
+// What an event costs beside the plain platform, an eventfd and poll(): set, wait and reset of one
+// object on one thread, and there and back between two threads by two objects.
 #include <poll.h>
 #include <qiv/event.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <thread>
-#include <vector>
+
+#include "compare.h"
 
 namespace {
 
@@ -100,41 +91,23 @@ void RunPingPong(int times) {
 }
 
 double NanosecondsEach(void (*run)(int), int times) {
-  const auto start = std::chrono::steady_clock::now();
+  const qiv::bench::Timer timer;
   run(times);
-  const std::chrono::duration<double, std::nano> spent = std::chrono::steady_clock::now() - start;
-  return spent.count() / times;
-}
-
-void PrintSpread(const char* what, std::vector<double> values, const char* unit) {
-  std::sort(values.begin(), values.end());
-  std::printf("  %-16s %8.2f %s (%.2f to %.2f)\n", what, values[values.size() / 2], unit,
-              values.front(), values.back());
-}
-
-void Compare(const char* what, void (*qiv)(int), void (*plain)(int), int times, int rounds) {
-  std::vector<double> qivTimes;
-  std::vector<double> plainTimes;
-  std::vector<double> ratios;
-  for (int round = 0; round < rounds; ++round) {
-    qivTimes.push_back(NanosecondsEach(qiv, times));
-    plainTimes.push_back(NanosecondsEach(plain, times));
-    ratios.push_back(qivTimes.back() / plainTimes.back());
-  }
-  std::printf("%s, %d rounds of %d\n", what, rounds, times);
-  PrintSpread("qiv", qivTimes, "ns");
-  PrintSpread("eventfd, poll", plainTimes, "ns");
-  PrintSpread("qiv / plain", ratios, "");
+  return timer.Nanoseconds() / times;
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  const bool isQuick = argc == 2 && std::strcmp(argv[1], "--quick") == 0;
-  const int rounds = isQuick ? 3 : 15;
-  Compare("set, wait and reset", RunPairs<QivEvent>, RunPairs<PlainEvent>, isQuick ? 10000 : 200000,
-          rounds);
-  Compare("there and back between two threads", RunPingPong<QivEvent>, RunPingPong<PlainEvent>,
-          isQuick ? 2000 : 20000, rounds);
+int main() {
+  constexpr int kPairs = 100000;
+  constexpr int kPingPongs = 20000;
+  qiv::bench::PrintHead("event beside eventfd and poll(), ns");
+  qiv::bench::Compare(
+      "set, wait, reset on one thread", [] { return NanosecondsEach(RunPairs<QivEvent>, kPairs); },
+      [] { return NanosecondsEach(RunPairs<PlainEvent>, kPairs); });
+  qiv::bench::Compare(
+      "there and back between two threads",
+      [] { return NanosecondsEach(RunPingPong<QivEvent>, kPingPongs); },
+      [] { return NanosecondsEach(RunPingPong<PlainEvent>, kPingPongs); });
   return 0;
 }

@@ -9,7 +9,8 @@
  *
  * What a thread did before it set an event is visible to a thread whose wait found it signalled.
  *
- * Failures are told by the result and by a line on standard error, written by QIV_OutputDebug().
+ * Failures are told by the result, and most of them by a line on standard error, written by
+ * QIV_OutputDebug().
  * Where such a line shows an errno and no system call has failed, it is an older one. No last error
  * is set.
  */
@@ -41,7 +42,8 @@ QIV_EXTERN_C_BEGIN
 
 /** What QIV_EnumNetworkEvents() fills: 44 bytes. */
 typedef struct {
-  unsigned int events; /**< the event that was found, one of QIV_EVENT_...; 0 for none */
+  unsigned int events; /**< the event that was found, one of QIV_EVENT_...; 0 before any was found,
+                          or when the socket could not tell what there is to read */
   int errors[10]; /**< by the number of the event's bit; only errors[4], of a connect, is used */
 } QIV_NETWORK_EVENTS_T;
 
@@ -50,7 +52,8 @@ typedef struct {
  *
  * @param signalled  non-zero: the event starts signalled
  * @return the event, to be ended by QIV_CloseEvent(); null when memory or descriptors are short
- * @par Errors         errno of malloc() or pipe2()
+ * @par Errors         errno of malloc(), which prints nothing, of pipe2(), or of poll() or write()
+ *                     when the event is to start signalled
  * @par Thread safety  any threads
  * @par System         pipe2(2); the two descriptors are closed by exec
  * @see QIV_CloseEvent
@@ -101,7 +104,7 @@ QIV_API int QIV_ResetEvent(QIV_HANDLE event) QIV_NOEXCEPT;
  * @param ms     longest wait, milliseconds; 0 looks once; -1 is no limit
  * @return QIV_WAIT_SIGNALLED; QIV_WAIT_TIMEOUT; QIV_WAIT_NULL_EVENT when `event` is null;
  *         QIV_WAIT_NO_PIPE when it is bound to a socket; QIV_WAIT_FAILED when the system's wait
- *         failed, which a signal handler makes it do
+ *         failed, which a signal handler makes it do, even in a look of 0 ms
  * @par Errors         errno of poll(); EINTR after a signal
  * @par Thread safety  any threads
  * @par System         poll(2)
@@ -118,8 +121,9 @@ QIV_API int QIV_WaitForSingleObject(QIV_HANDLE event, int ms);
  *
  * @param count    number of elements of `events`; with 0 or less, only the time passes
  * @param events   the events; null elements are skipped. What does not fit into
- *                 QIV_WAIT_MAX_ENTRIES entries is not watched: an event takes one, a bound one
- * takes one for reading, accepting and closing, one for writing, both for connecting.
+ *                 QIV_WAIT_MAX_ENTRIES entries is not watched. A plain event takes one entry; a
+ *                 bound one takes one for read, accept and close together, one for write, and both
+ *                 for connect.
  * @param waitAll  ignored: any one object ends the wait
  * @param ms       longest wait, milliseconds; 0 looks once; -1 is no limit
  * @return the lowest index whose object is signalled; QIV_WAIT_TIMEOUT when the time ran out, on a
@@ -147,7 +151,9 @@ QIV_API int QIV_WaitForMultipleObjects(int count, const QIV_HANDLE* events, int 
 QIV_API int QIV_EventSelect(int socket, QIV_HANDLE event, unsigned int mask) QIV_NOEXCEPT;
 
 /**
- * Tells what the last QIV_WaitForMultipleObjects() found on the socket of an event.
+ * Tells what QIV_WaitForMultipleObjects() found on the socket of an event: ask for the event whose
+ * index it has returned. A finding stays until a wait finds something else, also when waits time
+ * out or another event ends them, and when the event is bound anew.
  *
  * Writes the event that was found into the first four bytes of the result, and, where connecting is
  * selected and the event keeps an error, that error into errors[4]; nothing else. The text of

@@ -152,12 +152,12 @@ int QIV_ResetEvent(QIV_HANDLE event) noexcept {
     return QIV_FALSE;
   }
   QIV_EVENT_T* const record = RecordOf(event);
+  const qiv::base::NoCancellation noCancellation;
+  const PipeLock lock(*record);
   if (ReadEnd(*record) == kNoDescriptor) {
     QIV_OutputDebug("zelmar !!! QIV_ResetEvent (pEvent->iPipeFd[0] == -1) return error 1\n");
     return QIV_FALSE;
   }
-  const qiv::base::NoCancellation noCancellation;
-  const PipeLock lock(*record);
   return QIV_ReadPipe_Inter(record);
 }
 

@@ -1,8 +1,9 @@
 // The record behind an event's handle, and what the files of events share.
 //
-// The record's mutex guards what is in the pipe and the life of its two ends. Waits take no lock:
-// they and QIV_EventSelect() meet in the atomics. Those order nothing (relaxed), but the read end:
-// QIV_SetEvent() releases it and the waits acquire it, which hands on what the setting thread did.
+// The record's mutex guards what is in the pipe and the life of its two ends. Waits take no lock,
+// and what they read and write is atomic; an event is not to be bound while a thread waits for it.
+// Those order nothing (relaxed), but the read end: QIV_SetEvent() releases it and the waits acquire
+// it, which hands on what the setting thread did.
 #ifndef QIV_SYNC_EVENT_H
 #define QIV_SYNC_EVENT_H
 

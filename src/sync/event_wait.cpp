@@ -19,7 +19,7 @@ class PollTable {
   /** Enters objects until one does not fit. */
   PollTable(const QIV_HANDLE* events, int count) {
     for (int index = 0; index < count && m_count < QIV_WAIT_MAX_ENTRIES; ++index) {
-      if (events[index] != nullptr) Enter(*RecordOf(events[index]), index);
+      if (events[index] != nullptr) Enter(RecordOf(events[index]), index);
     }
   }
   PollTable(const PollTable&) = delete;
@@ -27,29 +27,35 @@ class PollTable {
 
   int Count() const { return m_count; }
   int Index(int entry) const { return m_indexes[entry]; }
-  const pollfd* Entry(int entry) const { return &m_entries[entry]; }
+
+  bool IsSignalled(int entry) const {
+    return QIV_GetEventTriggeredFlag_Inter(m_records[entry], &m_entries[entry]) != -1;
+  }
 
   int Poll(int ms) { return poll(m_entries, static_cast<nfds_t>(m_count), ms); }
 
  private:
-  void Enter(const QIV_EVENT_T& record, int index) {
-    const int readEnd = ReadEnd(record);
-    if (readEnd != kNoDescriptor) return EnterDescriptor(readEnd, POLLRDNORM, index);
-    const int socket = record.socket.load(std::memory_order_relaxed);
-    const unsigned int mode = record.pollMode.load(std::memory_order_relaxed);
-    if ((mode & kPollForReading) != 0) EnterDescriptor(socket, POLLRDNORM, index);
-    if ((mode & kPollForWriting) != 0) EnterDescriptor(socket, POLLWRNORM, index);
+  void Enter(QIV_EVENT_T* record, int index) {
+    const int readEnd = ReadEnd(*record);
+    if (readEnd != kNoDescriptor) return EnterDescriptor(readEnd, POLLRDNORM, record, index);
+    const int socket = record->socket.load(std::memory_order_relaxed);
+    const unsigned int mode = record->pollMode.load(std::memory_order_relaxed);
+    if ((mode & kPollForReading) != 0) EnterDescriptor(socket, POLLRDNORM, record, index);
+    if ((mode & kPollForWriting) != 0) EnterDescriptor(socket, POLLWRNORM, record, index);
   }
 
-  void EnterDescriptor(int descriptor, short event, int index) {
+  void EnterDescriptor(int descriptor, short event, QIV_EVENT_T* record, int index) {
     if (m_count == QIV_WAIT_MAX_ENTRIES) return;
     m_entries[m_count] = {descriptor, event, 0};
+    m_records[m_count] = record;
     m_indexes[m_count] = index;
     ++m_count;
   }
 
   int m_count = 0;
   pollfd m_entries[QIV_WAIT_MAX_ENTRIES];
+  // Kept here: the caller's array may change during the wait.
+  QIV_EVENT_T* m_records[QIV_WAIT_MAX_ENTRIES];
   int m_indexes[QIV_WAIT_MAX_ENTRIES];
 };
 
@@ -106,10 +112,7 @@ int QIV_WaitForMultipleObjects(int count, const QIV_HANDLE* events, int /*waitAl
   PollTable table(events, count);
   if (PollAgainWhenInterrupted(table, ms) < 1) return QIV_WAIT_TIMEOUT;
   for (int entry = 0; entry < table.Count(); ++entry) {
-    const int index = table.Index(entry);
-    if (QIV_GetEventTriggeredFlag_Inter(RecordOf(events[index]), table.Entry(entry)) != -1) {
-      return index;
-    }
+    if (table.IsSignalled(entry)) return table.Index(entry);
   }
   return QIV_WAIT_TIMEOUT;
 }

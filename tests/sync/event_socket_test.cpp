@@ -1,103 +1,16 @@
-#include <gtest/gtest.h>
-#include <poll.h>
-#include <qiv/event.h>
-#include <qiv/socket.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <optional>
-#include <utility>
-
-#include "support/leak_check.h"
-#include "support/sockets.h"
-#include "support/test_limit.h"
-#include "sync/event_fixture.h"
+// Binding events to sockets, and what an enumeration tells.
+#include "sync/event_socket_fixture.h"
 
 namespace {
 
-using qiv::test::Event;
+using qiv::test::Enumerate;
+using qiv::test::EventSocketTest;
+using qiv::test::ExpectedResult;
+using qiv::test::IsNonBlocking;
 using qiv::test::MessagesOf;
 using qiv::test::Socket;
 using qiv::test::TcpPair;
-
-constexpr unsigned char kUntouched = 0xAA;
-constexpr std::size_t kResultBytes = 44;
-constexpr std::size_t kConnectSlot = 20;
-
-using ResultBytes = std::array<unsigned char, kResultBytes>;
-
-int WaitFor(const Event& event, int ms) {
-  const QIV_HANDLE events[] = {event.Get()};
-  return QIV_WaitForMultipleObjects(1, events, 0, ms);
-}
-
-int WaitLong(const Event& event) {
-  return WaitFor(event, static_cast<int>(qiv::test::TestLimit().count()));
-}
-
-/** The record that QIV_EnumNetworkEvents() fills, at an odd address. */
-ResultBytes Enumerate(const Event& event) {
-  std::array<unsigned char, kResultBytes + 1> memory;
-  memory.fill(kUntouched);
-  MessagesOf([&] { EXPECT_EQ(0, QIV_EnumNetworkEvents(0, event.Get(), &memory[1])); });
-  ResultBytes bytes;
-  std::memcpy(bytes.data(), &memory[1], bytes.size());
-  return bytes;
-}
-
-ResultBytes ExpectedResult(unsigned int found) {
-  ResultBytes bytes;
-  bytes.fill(kUntouched);
-  std::memcpy(bytes.data(), &found, sizeof(found));
-  return bytes;
-}
-
-ResultBytes ExpectedResult(unsigned int found, int connectError) {
-  ResultBytes bytes = ExpectedResult(found);
-  std::memcpy(&bytes[kConnectSlot], &connectError, sizeof(connectError));
-  return bytes;
-}
-
-/** Begins to connect a non-blocking socket. */
-void BeginConnect(const Socket& socket, const QIV_ADDR_T& address) {
-  const int result = connect(socket.Get(), &address.any, sizeof(sockaddr_in));
-  EXPECT_TRUE(result == 0 || errno == EINPROGRESS) << errno;
-}
-
-bool HasArrived(const Socket& socket, short event) {
-  pollfd entry = {socket.Get(), event, 0};
-  return poll(&entry, 1, static_cast<int>(qiv::test::TestLimit().count())) == 1;
-}
-
-bool IsNonBlocking(const Socket& socket) {
-  return (fcntl(socket.Get(), F_GETFL) & O_NONBLOCK) != 0;
-}
-
-class EventSocketTest : public qiv::test::LeakCheckedTest {
- protected:
-  void SetUp() override {
-    LeakCheckedTest::SetUp();
-    m_event.emplace();
-  }
-  void TearDown() override {
-    m_event.reset();
-    LeakCheckedTest::TearDown();
-  }
-
-  void Select(const Socket& socket, unsigned int mask) {
-    ASSERT_EQ(0, QIV_EventSelect(socket.Get(), m_event->Get(), mask));
-  }
-  void ExpectFound(unsigned int found) {
-    EXPECT_EQ(0, WaitLong(*m_event));
-    EXPECT_EQ(ExpectedResult(found), Enumerate(*m_event));
-  }
-
-  std::optional<Event> m_event;
-};
-
-// --- binding -------------------------------------------------------------------------------------
+using qiv::test::WaitFor;
 
 TEST_F(EventSocketTest, SelectRefusesBadArgumentsAndLeavesTheEventPlain) {
   const Socket socket = qiv::test::UdpSocket();
@@ -191,240 +104,6 @@ TEST_F(EventSocketTest, ABoundEventCanBeBoundToAnotherSocket) {
   ExpectFound(QIV_EVENT_READ);
 }
 
-// --- what is found -------------------------------------------------------------------------------
-
-TEST_F(EventSocketTest, DataIsFoundAsReadAndStaysFound) {
-  const TcpPair pair;
-  Select(pair.first, QIV_EVENT_READ | QIV_EVENT_CLOSE);
-  EXPECT_EQ(0x7FFFFFFF, WaitFor(*m_event, 0));
-  qiv::test::WriteAll(pair.second, "data");
-  ExpectFound(QIV_EVENT_READ);
-  ExpectFound(QIV_EVENT_READ);
-  EXPECT_EQ("data", qiv::test::ReadExactly(pair.first, 4));
-  EXPECT_EQ(0x7FFFFFFF, WaitFor(*m_event, 0));
-}
-
-TEST_F(EventSocketTest, APeerThatClosedIsFoundAsCloseWithReadSelected) {
-  for (const unsigned int mask : {QIV_EVENT_READ, QIV_EVENT_CLOSE}) {
-    TcpPair pair;
-    Select(pair.first, mask);
-    pair.second.Close();
-    ExpectFound(QIV_EVENT_CLOSE);
-  }
-}
-
-TEST_F(EventSocketTest, DataBeforeTheEndIsFoundAsReadWithCloseSelected) {
-  TcpPair pair;
-  Select(pair.first, QIV_EVENT_CLOSE);
-  qiv::test::WriteAll(pair.second, "x");
-  pair.second.Close();
-  ExpectFound(QIV_EVENT_READ);
-  EXPECT_EQ("x", qiv::test::ReadExactly(pair.first, 1));
-  ExpectFound(QIV_EVENT_CLOSE);
-}
-
-TEST_F(EventSocketTest, APeerThatResetsIsFoundAsClose) {
-  TcpPair pair;
-  Select(pair.first, QIV_EVENT_READ);
-  qiv::test::Reset(pair.second);
-  ExpectFound(QIV_EVENT_CLOSE);
-}
-
-TEST_F(EventSocketTest, ADatagramIsFoundAsReadAndAnEmptyOneAsClose) {
-  const Socket receiver = qiv::test::BoundUdpSocket();
-  const Socket sender = qiv::test::UdpSocket();
-  const QIV_ADDR_T address = qiv::test::AddressOf(receiver);
-  Select(receiver, QIV_EVENT_READ);
-  ASSERT_EQ(4, QIV_SendTo(sender.Get(), "data", 4, &address));
-  ExpectFound(QIV_EVENT_READ);
-  char buffer[8];
-  EXPECT_EQ(4, QIV_Recv(receiver.Get(), buffer, sizeof(buffer)));
-  ASSERT_EQ(0, QIV_SendTo(sender.Get(), "", 0, &address));
-  ExpectFound(QIV_EVENT_CLOSE);
-}
-
-TEST_F(EventSocketTest, RoomToSendIsFoundAsWrite) {
-  const TcpPair pair;
-  Select(pair.first, QIV_EVENT_WRITE);
-  ExpectFound(QIV_EVENT_WRITE);
-}
-
-TEST_F(EventSocketTest, ReadingIsFoundBeforeWriting) {
-  const TcpPair pair;
-  Select(pair.first, QIV_EVENT_READ | QIV_EVENT_WRITE);
-  ExpectFound(QIV_EVENT_WRITE);
-  qiv::test::WriteAll(pair.second, "x");
-  ASSERT_TRUE(HasArrived(pair.first, POLLIN));
-  ExpectFound(QIV_EVENT_READ);
-}
-
-TEST_F(EventSocketTest, AConnectionRequestIsFoundAsAcceptAndLeavesTheErrorAlone) {
-  const Socket listener = qiv::test::Listener();
-  Select(listener, QIV_EVENT_ACCEPT);
-  EXPECT_EQ(0x7FFFFFFF, WaitFor(*m_event, 0));
-  m_event->Record().errorCode.store(77);
-  const Socket client = qiv::test::TcpSocket();
-  const QIV_ADDR_T address = qiv::test::AddressOf(listener);
-  ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &address, QIV_INFINITE));
-  ExpectFound(QIV_EVENT_ACCEPT);
-  EXPECT_EQ(77, m_event->Record().errorCode.load());
-}
-
-TEST_F(EventSocketTest, AnEstablishedConnectionIsFoundAsConnectWithoutError) {
-  const Socket listener = qiv::test::Listener();
-  const QIV_ADDR_T address = qiv::test::AddressOf(listener);
-  const Socket client = qiv::test::TcpSocket();
-  Select(client, QIV_EVENT_CONNECT);
-  BeginConnect(client, address);
-  m_event->Record().errorCode.store(77);
-  ExpectFound(QIV_EVENT_CONNECT);
-  EXPECT_EQ(0, m_event->Record().errorCode.load());
-}
-
-TEST_F(EventSocketTest, ARefusedConnectionIsKeptToLeaveTheErrorAsItWas) {
-  const Socket refusing = qiv::test::BoundSocket(AF_INET, SOCK_STREAM);
-  const QIV_ADDR_T address = qiv::test::AddressOf(refusing);
-  for (const int earlierError : {0, 77}) {
-    const Socket client = qiv::test::TcpSocket();
-    Select(client, QIV_EVENT_CONNECT);
-    BeginConnect(client, address);
-    m_event->Record().errorCode.store(earlierError);
-    EXPECT_EQ(0, WaitLong(*m_event));
-    EXPECT_EQ(earlierError, m_event->Record().errorCode.load());
-    EXPECT_EQ(earlierError == 0 ? ExpectedResult(16) : ExpectedResult(16, 77), Enumerate(*m_event));
-  }
-}
-
-TEST_F(EventSocketTest, ConnectHidesReadingAndWriting) {
-  const TcpPair pair;
-  Select(pair.first, QIV_EVENT_CONNECT | QIV_EVENT_READ | QIV_EVENT_WRITE);
-  qiv::test::WriteAll(pair.second, "x");
-  ExpectFound(QIV_EVENT_CONNECT);
-}
-
-TEST_F(EventSocketTest, ASocketThatTellsNoCountIsFoundAsNothingWithAnError) {
-  const Socket listener = qiv::test::Listener();
-  Select(listener, QIV_EVENT_READ | QIV_EVENT_ACCEPT);
-  const Socket client = qiv::test::TcpSocket();
-  const QIV_ADDR_T address = qiv::test::AddressOf(listener);
-  ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &address, QIV_INFINITE));
-  ExpectFound(0);
-  EXPECT_EQ(EINVAL, m_event->Record().errorCode.load());
-}
-
-TEST_F(EventSocketTest, AnErrorIsToldOnlyWhereConnectIsSelected) {
-  const TcpPair pair;
-  m_event->Record().errorCode.store(77);
-  m_event->Record().triggeredEvent.store(QIV_EVENT_READ);
-  Select(pair.first, QIV_EVENT_READ);
-  EXPECT_EQ(ExpectedResult(QIV_EVENT_READ), Enumerate(*m_event));
-  Select(pair.first, QIV_EVENT_CONNECT);
-  EXPECT_EQ(ExpectedResult(QIV_EVENT_READ, 77), Enumerate(*m_event));
-}
-
-TEST_F(EventSocketTest, OutOfBandDataIsNeverReported) {
-  const TcpPair pair;
-  Select(pair.first, QIV_EVENT_OUT_OF_BAND);
-  ASSERT_EQ(1, send(pair.second.Get(), "!", 1, MSG_OOB));
-  ASSERT_TRUE(HasArrived(pair.first, POLLPRI));
-  EXPECT_EQ(0x7FFFFFFF, WaitFor(*m_event, 0));
-}
-
-TEST_F(EventSocketTest, AClosedDescriptorEndsAWaitAtOnceWithoutAnIndex) {
-  Socket socket = qiv::test::UdpSocket();
-  Select(socket, QIV_EVENT_READ);
-  socket.Close();
-  EXPECT_EQ(0x7FFFFFFF, WaitFor(*m_event, -1));
-}
-
-TEST_F(EventSocketTest, AReusedDescriptorIsWhatTheEventStandsForThen) {
-  TcpPair pair;
-  Select(pair.first, QIV_EVENT_READ);
-  TcpPair other;
-  const int number = pair.first.Get();
-  pair.first.Close();
-  const Socket reused = qiv::test::MoveTo(std::move(other.first), number);
-  qiv::test::WriteAll(other.second, "x");
-  ExpectFound(QIV_EVENT_READ);
-}
-
-TEST_F(EventSocketTest, SocketsAndPlainEventsShareOneWait) {
-  const TcpPair pair;
-  const Event plain;
-  Select(pair.first, QIV_EVENT_READ);
-  const QIV_HANDLE events[] = {plain.Get(), m_event->Get()};
-  EXPECT_EQ(0x7FFFFFFF, QIV_WaitForMultipleObjects(2, events, 1, 0));
-  qiv::test::WriteAll(pair.second, "x");
-  EXPECT_EQ(1, QIV_WaitForMultipleObjects(2, events, 1, -1));
-  EXPECT_EQ(1, QIV_SetEvent(plain.Get()));
-  EXPECT_EQ(0, QIV_WaitForMultipleObjects(2, events, 1, -1));
-}
-
-// --- the decision about one entry ----------------------------------------------------------------
-
-TEST_F(EventSocketTest, TheEventsOfAnEntryAreJudgedByTheMask) {
-  struct Row {
-    unsigned int mask;
-    int reported;
-    int result;
-    unsigned int found;  // 99: left as it was
-  };
-  const Row rows[] = {
-      {1, 0, -1, 99},
-      {1, POLLERR | POLLHUP, -1, 99},
-      {1, POLLNVAL, -1, 99},
-      {1, POLLPRI, -1, 99},
-      {1, POLLRDNORM, 0, 1},
-      {32, POLLRDNORM | POLLHUP, 0, 1},
-      {3, POLLRDNORM | POLLWRNORM, 0, 1},
-      {1, POLLWRNORM, -1, 99},
-      {2, POLLWRNORM, 0, 2},
-      {2, POLLWRNORM | POLLERR, 0, 2},
-      {2, POLLRDNORM, -1, 99},
-      {10, POLLRDNORM, 0, 8},
-      {10, POLLWRNORM, 0, 2},
-      {8, POLLRDNORM, 0, 8},
-      {8, POLLWRNORM, 0, 8},
-      {9, POLLWRNORM, 0, 8},
-      {9, POLLRDNORM, 0, 1},
-      {4, POLLRDNORM | POLLWRNORM, -1, 99},
-      {16, POLLRDNORM, 0, 16},
-      {16, POLLWRNORM, 0, 16},
-      {63, POLLRDNORM | POLLWRNORM, 0, 16},
-      {16, POLLERR, -1, 99},
-  };
-  const TcpPair pair;
-  qiv::test::WriteAll(pair.second, "x");
-  ASSERT_TRUE(HasArrived(pair.first, POLLIN));
-  for (const Row& row : rows) {
-    Select(pair.first, row.mask);
-    m_event->Record().triggeredEvent.store(99);
-    const pollfd entry = {pair.first.Get(), 0, static_cast<short>(row.reported)};
-    EXPECT_EQ(row.result, qiv::sync::QIV_GetEventTriggeredFlag_Inter(&m_event->Record(), &entry))
-        << row.mask << " " << row.reported;
-    EXPECT_EQ(row.found, m_event->Record().triggeredEvent.load())
-        << row.mask << " " << row.reported;
-  }
-}
-
-TEST_F(EventSocketTest, APlainEventIsSignalledByItsReadEndOnly) {
-  struct Row {
-    int reported;
-    int result;
-  };
-  const Row rows[] = {{POLLRDNORM, 0},  {POLLRDNORM | POLLHUP, 0},
-                      {POLLWRNORM, -1}, {POLLNVAL, -1},
-                      {POLLHUP, -1},    {0, -1}};
-  for (const Row& row : rows) {
-    const pollfd entry = {m_event->ReadEnd(), 0, static_cast<short>(row.reported)};
-    EXPECT_EQ(row.result, qiv::sync::QIV_GetEventTriggeredFlag_Inter(&m_event->Record(), &entry))
-        << row.reported;
-    EXPECT_EQ(0U, m_event->Record().triggeredEvent.load());
-  }
-}
-
-// --- enumeration ---------------------------------------------------------------------------------
-
 TEST_F(EventSocketTest, EnumerationRefusesBadArgumentsAndWritesNothing) {
   QIV_NETWORK_EVENTS_T result = {12345, {}};
   const auto expectRefused = [](int socket, QIV_HANDLE event, void* memory) {
@@ -458,6 +137,20 @@ TEST_F(EventSocketTest, APlainEventStaysUsableAfterItsEnumeration) {
   EXPECT_EQ(1, QIV_SetEvent(m_event->Get()));
   EXPECT_EQ(1, QIV_ResetEvent(m_event->Get()));
   EXPECT_EQ(1, QIV_SetEvent(m_event->Get()));
+}
+
+TEST_F(EventSocketTest, AFindingStaysUntilAnotherWaitFindsSomething) {
+  const TcpPair pair;
+  Select(pair.first, QIV_EVENT_READ);
+  qiv::test::WriteAll(pair.second, "x");
+  ExpectFound(QIV_EVENT_READ);
+  char byte = 0;
+  ASSERT_EQ(1, read(pair.first.Get(), &byte, 1));
+  EXPECT_EQ(0x7FFFFFFF, WaitFor(*m_event, 0));
+  EXPECT_EQ(ExpectedResult(QIV_EVENT_READ), Enumerate(*m_event));
+  Select(pair.second, QIV_EVENT_READ);
+  EXPECT_EQ(0x7FFFFFFF, WaitFor(*m_event, 0));
+  EXPECT_EQ(ExpectedResult(QIV_EVENT_READ), Enumerate(*m_event));
 }
 
 }  // namespace

@@ -67,6 +67,15 @@ void WaitInEveryWay(const Events& events, const std::atomic<bool>& stop, Failure
   }
 }
 
+/** Waits without a limit again and again; a signal that were lost would leave it behind. */
+void WaitForEver(const Events& events, const std::atomic<bool>& stop, Failures& failures) {
+  const auto handles = HandlesOf(events);
+  while (!stop.load(std::memory_order_acquire)) {
+    const int index = QIV_WaitForMultipleObjects(kThreads, handles.data(), 0, -1);
+    failures.Unless(index >= 0 && index < kThreads);
+  }
+}
+
 /** Runs every setter to its end while the waiters wait. */
 void SetResetAndWait(const Events& events, int calls, Failures& failures) {
   std::atomic<bool> stop{false};
@@ -75,12 +84,14 @@ void SetResetAndWait(const Events& events, int calls, Failures& failures) {
   setters.reserve(kThreads);
   waiters.reserve(kThreads);
   for (unsigned int i = 0; i < kThreads; ++i) {
-    waiters.emplace_back([&] { WaitInEveryWay(events, stop, failures); });
+    waiters.emplace_back(
+        [&, i] { (i % 2 == 0 ? WaitInEveryWay : WaitForEver)(events, stop, failures); });
     setters.emplace_back(
         [&, seed = 100 + i] { SetAndResetAtRandom(events, seed, calls, failures); });
   }
   for (std::thread& setter : setters) setter.join();
   stop.store(true, std::memory_order_release);
+  for (const Event& event : events) failures.Unless(QIV_SetEvent(event.Get()) == 1);
   for (std::thread& waiter : waiters) waiter.join();
 }
 

@@ -14,6 +14,7 @@
 #include "support/leak_check.h"
 #include "support/no_descriptor_limit.h"
 #include "support/run_in_thread.h"
+#include "support/sleeping_thread.h"
 #include "support/sockets.h"
 #include "support/stopwatch.h"
 #include "support/test_limit.h"
@@ -263,8 +264,8 @@ TEST_F(EventTest, AWaitThatNobodyEndsLastsItsTime) {
 TEST_F(EventTest, ASetEndsWaitsWithAndWithoutLimit) {
   for (const int ms : {-1, LongMs(), INT_MAX}) {
     const Event event;
-    auto waiter =
-        qiv::test::RunInThread([&event, ms] { return QIV_WaitForSingleObject(event.Get(), ms); });
+    qiv::test::SleepingCall waiter(
+        [&event, ms] { return QIV_WaitForSingleObject(event.Get(), ms); });
     EXPECT_EQ(1, QIV_SetEvent(event.Get()));
     EXPECT_EQ(0, waiter.Get()) << ms;
   }
@@ -273,9 +274,9 @@ TEST_F(EventTest, ASetEndsWaitsWithAndWithoutLimit) {
 TEST_F(EventTest, OneSetReleasesAllThreadsThatWait) {
   const Event event;
   const auto wait = [&event] { return QIV_WaitForSingleObject(event.Get(), -1); };
-  auto first = qiv::test::RunInThread(wait);
-  auto second = qiv::test::RunInThread(wait);
-  auto third = qiv::test::RunInThread(wait);
+  qiv::test::SleepingCall first(wait);
+  qiv::test::SleepingCall second(wait);
+  qiv::test::SleepingCall third(wait);
   EXPECT_EQ(1, QIV_SetEvent(event.Get()));
   EXPECT_EQ(0, first.Get());
   EXPECT_EQ(0, second.Get());

@@ -11,6 +11,7 @@
 #include "support/leak_check.h"
 #include "support/no_descriptor_limit.h"
 #include "support/run_in_thread.h"
+#include "support/sleeping_thread.h"
 #include "support/sockets.h"
 #include "support/stopwatch.h"
 #include "support/test_limit.h"
@@ -83,12 +84,22 @@ TEST_F(EventWaitTest, ASetEndsWaitsWithAndWithoutLimit) {
   const Event other;
   for (const int ms : {-1, static_cast<int>(qiv::test::TestLimit().count()), INT_MAX, INT_MIN}) {
     const Event event;
-    auto waiter = qiv::test::RunInThread([&other, &event, ms] {
+    qiv::test::SleepingCall waiter([&other, &event, ms] {
       return Wait({other.Get(), event.Get()}, ms);
     });
     EXPECT_EQ(1, QIV_SetEvent(event.Get()));
     EXPECT_EQ(1, waiter.Get()) << ms;
   }
+}
+
+TEST_F(EventWaitTest, TheArrayMayChangeDuringTheWait) {
+  const Event event;
+  QIV_HANDLE events[] = {event.Get()};
+  qiv::test::SleepingCall waiter(
+      [&events] { return QIV_WaitForMultipleObjects(1, events, 0, -1); });
+  events[0] = nullptr;
+  EXPECT_EQ(1, QIV_SetEvent(event.Get()));
+  EXPECT_EQ(0, waiter.Get());
 }
 
 TEST_F(EventWaitTest, AFailedPollIsATimeOutWithoutAMessage) {
