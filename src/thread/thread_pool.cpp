@@ -43,11 +43,7 @@ void MakeRecord(QIV_THREADPOOL* pool) {
   pool->bQuit = 1;
   pool->lastRetired = QIV_INVALID_ID;
   QIV_MutexCreate(&pool->mutex, kRecursive);
-  pthread_condattr_t attributes;
-  pthread_condattr_init(&attributes);
-  pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-  pthread_cond_init(&pool->changed, &attributes);
-  pthread_condattr_destroy(&attributes);
+  pthread_cond_init(&pool->submittersLeft, nullptr);
 }
 
 /** Marks the first free record as used; null when there is none. */
@@ -74,9 +70,7 @@ std::size_t UsedRecords() {
   return g_usedRecords;
 }
 
-/** Not cancelled on the way, which would leave the pool half closed for ever. */
 void StopWorkers(QIV_THREADPOOL* pool) {
-  const base::NoCancellation noCancellation;
   for (unsigned int i = 0; i < pool->nMaxCount; ++i) QIV_DestroyThread_Local(pool);
 }
 
@@ -128,7 +122,10 @@ bool Close(QIV_THREADPOOL* pool) {
   const PoolLock lock(pool);
   if (pool->bQuit != 0 || IsOwnWorker(*pool)) return false;
   pool->bQuit = 1;
-  pthread_cond_broadcast(&pool->changed);
+  for (WaitingSubmitter* waiting = pool->firstWaiting; waiting != nullptr;
+       waiting = waiting->next) {
+    pthread_cond_signal(&waiting->wake);
+  }
   return true;
 }
 
@@ -144,7 +141,7 @@ bool CloseUnused(QIV_THREADPOOL* pool) {
 void WaitForSubmitters(QIV_THREADPOOL* pool) {
   const base::NoCancellation noCancellation;
   const PoolLock lock(pool);
-  while (pool->nWaiting != 0) pthread_cond_wait(&pool->changed, &pool->mutex);
+  while (pool->nWaiting != 0) pthread_cond_wait(&pool->submittersLeft, &pool->mutex);
 }
 
 /** Called, as the rest of the submission, under the pool's mutex. */
@@ -164,25 +161,58 @@ Handover HandOver(QIV_THREADPOOL* pool, ThreadRoutine work, void* param) {
   return Handover::kDone;
 }
 
-/** Counts a submitter that waits, also when its wait is cancelled. */
-class WaitingSubmitter {
+/** A submitter's place in the queue, which it leaves also when its wait is cancelled. */
+class PlaceInQueue {
  public:
-  explicit WaitingSubmitter(QIV_THREADPOOL* pool) noexcept : m_pool(pool) { ++m_pool->nWaiting; }
-  ~WaitingSubmitter() {
-    --m_pool->nWaiting;
-    if (m_pool->nWaiting == 0 && m_pool->bQuit != 0) pthread_cond_broadcast(&m_pool->changed);
+  PlaceInQueue(QIV_THREADPOOL* pool, ThreadRoutine work, void* param) noexcept
+      : m_pool(pool), m_waiting() {
+    m_waiting.work = work;
+    m_waiting.param = param;
+    qiv_tlsTraceInfoOper::instance()->getTraceInfo(&m_waiting.traceInfo);
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&m_waiting.wake, &attributes);
+    pthread_condattr_destroy(&attributes);
+    *End() = &m_waiting;
+    ++m_pool->nWaiting;
   }
-  WaitingSubmitter(const WaitingSubmitter&) = delete;
-  WaitingSubmitter& operator=(const WaitingSubmitter&) = delete;
+  ~PlaceInQueue() {
+    if (!IsTaken()) *LinkTo(&m_waiting) = m_waiting.next;
+    pthread_cond_destroy(&m_waiting.wake);
+    --m_pool->nWaiting;
+    if (m_pool->nWaiting == 0) pthread_cond_signal(&m_pool->submittersLeft);
+  }
+  PlaceInQueue(const PlaceInQueue&) = delete;
+  PlaceInQueue& operator=(const PlaceInQueue&) = delete;
+
+  bool IsTaken() const noexcept { return m_waiting.isTaken; }
+
+  /** Waits until a worker takes the item or there may be one to take it. The pool's mutex, which
+   *  is recursive, is held once here, as the wait needs it. */
+  void Wait() { QIV_CondTimedWait(&m_waiting.wake, &m_pool->mutex, kLongestPauseMs); }
 
  private:
+  WaitingSubmitter** LinkTo(const WaitingSubmitter* waiting) noexcept {
+    WaitingSubmitter** link = &m_pool->firstWaiting;
+    while (*link != waiting) link = &(*link)->next;
+    return link;
+  }
+  WaitingSubmitter** End() noexcept { return LinkTo(nullptr); }
+
   QIV_THREADPOOL* m_pool;
+  WaitingSubmitter m_waiting;
 };
 
-// The pool's mutex, which is recursive, is held once here, as the wait needs it.
-void WaitForIdleWorker(QIV_THREADPOOL* pool) {
-  const WaitingSubmitter waiting(pool);
-  QIV_CondTimedWait(&pool->changed, &pool->mutex, kLongestPauseMs);
+int WaitForWorker(QIV_THREADPOOL* pool, ThreadRoutine work, void* param) {
+  PlaceInQueue place(pool, work, param);
+  for (;;) {
+    place.Wait();
+    if (place.IsTaken()) return QIV_OK;
+    if (pool->bQuit != 0) return QIV_ERROR;
+    const Handover result = HandOver(pool, work, param);
+    if (result != Handover::kAllBusy) return result == Handover::kDone ? QIV_OK : QIV_ERROR;
+  }
 }
 
 int Submit(QIV_THREADPOOL* pool, ThreadRoutine work, void* param, bool wait) {
@@ -191,13 +221,10 @@ int Submit(QIV_THREADPOOL* pool, ThreadRoutine work, void* param, bool wait) {
     return QIV_ERROR;
   }
   const PoolLock lock(pool);
-  while (pool->bQuit == 0) {
-    const Handover result = HandOver(pool, work, param);
-    if (result == Handover::kDone) return QIV_OK;
-    if (result == Handover::kFailed || !wait) return QIV_ERROR;
-    WaitForIdleWorker(pool);
-  }
-  return QIV_ERROR;
+  if (pool->bQuit != 0) return QIV_ERROR;
+  const Handover result = HandOver(pool, work, param);
+  if (result == Handover::kAllBusy && wait) return WaitForWorker(pool, work, param);
+  return result == Handover::kDone ? QIV_OK : QIV_ERROR;
 }
 
 }  // namespace

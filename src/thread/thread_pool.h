@@ -36,6 +36,16 @@ struct QIV_THREADPOOL_THREAD {
   QIV_TRACEINFO traceInfo;
 };
 
+/** A submitter that waits, on its own stack, and what it wants run. */
+struct WaitingSubmitter {
+  ThreadRoutine work;
+  void* param;
+  QIV_TRACEINFO traceInfo;
+  pthread_cond_t wake;  // on the monotonic clock
+  bool isTaken;         // by a worker
+  WaitingSubmitter* next;
+};
+
 struct QIV_THREADPOOL {
   int bUsed;  // guarded by the mutex of the table
   int bQuit;
@@ -46,9 +56,10 @@ struct QIV_THREADPOOL {
   unsigned int nIdleTimeout;
   pthread_mutex_t mutex;
   QIV_THREADPOOL_THREAD threads[MAX_THREAD_PER_THREADPOOL];
-  pthread_cond_t changed;    // a worker is idle or gone, the pool is closed, no submitter waits
-  unsigned int nIdle;        // slots whose bIdle is 1
-  unsigned int nWaiting;     // submitters that wait for an idle worker
+  WaitingSubmitter* firstWaiting;  // the queue; while it has any, no worker is idle
+  pthread_cond_t submittersLeft;   // nWaiting is 0
+  unsigned int nWaiting;           // submitters in the queue, or taken from it and on their way out
+  unsigned int nIdle;              // slots whose bIdle is 1
   unsigned int lastRetired;  // the thread that ended by itself and was not joined yet, or invalid
 };
 
@@ -73,20 +84,6 @@ class PoolLock {
   QIV_THREADPOOL* m_pool;
 };
 
-/** Releases a pool's mutex to the end of the scope. */
-class PoolUnlock {
- public:
-  explicit PoolUnlock(QIV_THREADPOOL* pool) noexcept : m_pool(pool) {
-    QIV_MutexUnlock(&pool->mutex);
-  }
-  ~PoolUnlock() { QIV_MutexLock(&m_pool->mutex); }
-  PoolUnlock(const PoolUnlock&) = delete;
-  PoolUnlock& operator=(const PoolUnlock&) = delete;
-
- private:
-  QIV_THREADPOOL* m_pool;
-};
-
 /** Claims the idle worker with the lowest index; null when there is none. */
 QIV_THREADPOOL_THREAD* QIV_GetIdle_Local(QIV_THREADPOOL* pool) noexcept;
 
@@ -94,7 +91,7 @@ QIV_THREADPOOL_THREAD* QIV_GetIdle_Local(QIV_THREADPOOL* pool) noexcept;
 int QIV_CreateThread_Local(QIV_THREADPOOL* pool) noexcept;
 
 /** Stops the worker with the lowest index and waits for its end. @return -1 when there is none */
-int QIV_DestroyThread_Local(QIV_THREADPOOL* pool);
+int QIV_DestroyThread_Local(QIV_THREADPOOL* pool) noexcept;
 
 /** What a worker runs. @param slot  its slot */
 void* f_Thread_Svc(void* slot);

@@ -21,9 +21,22 @@ constexpr unsigned int kDefaultStackSize = 0x100000;
 
 bool IsEmpty(const QIV_THREADPOOL_THREAD& slot) { return slot.hThread == QIV_INVALID_ID; }
 
-/** Has a submitter that waits, if there is one, look again. */
+/** Has the first submitter that waits, if there is one, look again. */
 void WakeSubmitter(QIV_THREADPOOL* pool) {
-  if (pool->nWaiting != 0) pthread_cond_signal(&pool->changed);
+  if (pool->firstWaiting != nullptr) pthread_cond_signal(&pool->firstWaiting->wake);
+}
+
+/** Hands a worker the item of the first submitter that waits, if there is one. */
+bool TakeFromSubmitter(QIV_THREADPOOL_THREAD* slot) {
+  WaitingSubmitter* const submitter = slot->pThreadPool->firstWaiting;
+  if (submitter == nullptr) return false;
+  slot->pThreadPool->firstWaiting = submitter->next;
+  slot->pfnWork = submitter->work;
+  slot->pParam = submitter->param;
+  slot->traceInfo = submitter->traceInfo;
+  submitter->isTaken = true;
+  pthread_cond_signal(&submitter->wake);
+  return true;
 }
 
 void SetIdle(QIV_THREADPOOL_THREAD* slot) {
@@ -119,20 +132,31 @@ void RunWork(QIV_THREADPOOL_THREAD* slot) {
   slot->pParam = nullptr;
 }
 
+bool MustQuit(const QIV_THREADPOOL_THREAD& slot) {
+  return slot.bQuit.load(std::memory_order_relaxed) != 0;
+}
+
+/** After an item: true with the next one, if a submitter waits; otherwise the worker is idle. */
+bool TakeNextOrSetIdle(QIV_THREADPOOL_THREAD* slot) {
+  const PoolLock lock(slot->pThreadPool);
+  if (MustQuit(*slot)) return false;
+  if (TakeFromSubmitter(slot)) return true;
+  SetIdle(slot);
+  return false;
+}
+
 /** Serves until the worker is asked to end or retires. */
 void Serve(QIV_THREADPOOL_THREAD* slot) {
   while (WaitForWork(slot)) {
     // An item that was accepted before the pool was closed comes first; the request to quit has a
     // post of its own.
-    if (slot->pfnWork != nullptr) {
-      RunWork(slot);
-    } else if (slot->bQuit.load(std::memory_order_relaxed) != 0) {
-      return;
+    if (slot->pfnWork == nullptr) {
+      if (MustQuit(*slot)) return;
+      continue;
     }
-    const PoolLock lock(slot->pThreadPool);
-    if (slot->bQuit.load(std::memory_order_relaxed) != 0) continue;
-    SetIdle(slot);
-    WakeSubmitter(slot->pThreadPool);
+    do {
+      RunWork(slot);
+    } while (TakeNextOrSetIdle(slot));
   }
 }
 
@@ -180,7 +204,8 @@ int QIV_CreateThread_Local(QIV_THREADPOOL* pool) noexcept {
   return QIV_OK;
 }
 
-int QIV_DestroyThread_Local(QIV_THREADPOOL* pool) {
+int QIV_DestroyThread_Local(QIV_THREADPOOL* pool) noexcept {
+  const base::NoCancellation noCancellation;
   const PoolLock lock(pool);
   if (pool->nCurrCount == 0) return QIV_ERROR;
   QIV_THREADPOOL_THREAD* const slot = FirstWorker(pool);
@@ -188,10 +213,9 @@ int QIV_DestroyThread_Local(QIV_THREADPOOL* pool) {
   slot->bQuit.store(1, std::memory_order_relaxed);
   SetNotIdle(slot);
   QIV_SemPost(&slot->sem);
-  {
-    const PoolUnlock unlock(pool);
-    QIV_Thread_Wait(slot->hThread);
-  }
+  QIV_MutexUnlock(&pool->mutex);
+  QIV_Thread_Wait(slot->hThread);
+  QIV_MutexLock(&pool->mutex);
   Leave(slot);
   return QIV_OK;
 }

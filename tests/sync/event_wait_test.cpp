@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 #include <qiv/event.h>
+#include <signal.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -92,14 +95,29 @@ TEST_F(EventWaitTest, ASetEndsWaitsWithAndWithoutLimit) {
   }
 }
 
+QIV_HANDLE g_waitedFor[1];
+int g_writeEnd = -1;
+
+/** Runs in the thread that waits: takes the event out of the array and signals it. */
+void ChangeArrayAndSignal(int /*signal*/) {
+  g_waitedFor[0] = nullptr;
+  const ssize_t written = write(g_writeEnd, "e", 1);
+  static_cast<void>(written);
+}
+
 TEST_F(EventWaitTest, TheArrayMayChangeDuringTheWait) {
   const Event event;
-  QIV_HANDLE events[] = {event.Get()};
-  qiv::test::SleepingCall waiter(
-      [&events] { return QIV_WaitForMultipleObjects(1, events, 0, -1); });
-  events[0] = nullptr;
-  EXPECT_EQ(1, QIV_SetEvent(event.Get()));
-  EXPECT_EQ(0, waiter.Get());
+  g_waitedFor[0] = event.Get();
+  g_writeEnd = event.WriteEnd();
+  struct sigaction action = {};
+  struct sigaction saved = {};
+  action.sa_handler = ChangeArrayAndSignal;
+  sigaction(SIGALRM, &action, &saved);
+  const itimerval soon = {{0, 0}, {0, 50000}};
+  setitimer(ITIMER_REAL, &soon, nullptr);
+  EXPECT_EQ(0, QIV_WaitForMultipleObjects(1, g_waitedFor, 0, -1));
+  EXPECT_EQ(nullptr, g_waitedFor[0]);
+  sigaction(SIGALRM, &saved, nullptr);
 }
 
 TEST_F(EventWaitTest, AFailedPollIsATimeOutWithoutAMessage) {

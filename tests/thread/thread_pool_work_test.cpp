@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -58,6 +57,35 @@ void* StoreSelf(void* id) {
   *static_cast<std::atomic<unsigned int>*>(id) = QIV_Thread_GetSelfId();
   return nullptr;
 }
+
+void SetTrace(const char* text) {
+  QIV_TRACEINFO record = {};
+  std::strncpy(record.firstText, text, sizeof(record.firstText) - 1);
+  TraceInfo().setTraceInfo(&record);
+}
+
+/** What the item finds in its thread; "-" stands for no record. */
+struct SeenTrace {
+  std::string text;
+  QIV_TRACEINFO record = {};
+  Latch done;
+
+  static void* Store(void* seen) {
+    QIV_TRACEINFO record;
+    const bool has = TraceInfo().getTraceInfo(&record) == QIV_OK;
+    static_cast<SeenTrace*>(seen)->text = has ? record.firstText : "-";
+    static_cast<SeenTrace*>(seen)->record = record;
+    static_cast<SeenTrace*>(seen)->done.Open();
+    return nullptr;
+  }
+
+  static std::string Of(QIV_HANDLE pool) {
+    SeenTrace seen;
+    EXPECT_EQ(QIV_OK, QIV_ThreadPool_WorkEx(pool, Store, &seen, 1));
+    EXPECT_TRUE(seen.done.Wait());
+    return seen.text;
+  }
+};
 
 class ThreadPoolWorkTest : public test::LeakCheckedTest {
  protected:
@@ -203,27 +231,51 @@ TEST_F(ThreadPoolWorkTest, SubmittersThatArriveDuringAndAfterTheDestructionAreRe
   }
 }
 
-/** The waiting submitter is told, rather than finding out at its next look. */
-TEST_F(ThreadPoolWorkTest, AWorkerThatBecomesIdleWakesAWaitingSubmitter) {
+TEST_F(ThreadPoolWorkTest, AWorkerThatIsDoneTakesTheItemsOfWaitingSubmittersInTheirOrder) {
+  Latch latch;
   const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
-  std::atomic<int> count{0};
-  const PoolLock lock(Record(pool));
-  ++Record(pool)->nWaiting;
-  QIV_ThreadPool_Work(pool, Count, &count);
-  timespec end = {};
-  clock_gettime(CLOCK_MONOTONIC, &end);
-  end.tv_sec += test::TestLimit() / std::chrono::seconds(1);
-  int result = 0;
-  while (result == 0 && Record(pool)->threads[0].bIdle == 0) {
-    result = pthread_cond_timedwait(&Record(pool)->changed, &Record(pool)->mutex, &end);
+  QIV_ThreadPool_Work(pool, WaitForLatch, &latch);
+  struct Item {
+    std::vector<int>* order;
+    int number;
+  };
+  std::vector<int> order;
+  Item items[] = {{&order, 0}, {&order, 1}, {&order, 2}};
+  std::vector<test::ThreadResult<int>> submitters;
+  for (Item& item : items) {
+    submitters.push_back(RunInThread([pool, &item] {
+      const auto note = [](void* argument) -> void* {
+        const auto* const own = static_cast<Item*>(argument);
+        own->order->push_back(own->number);
+        return nullptr;
+      };
+      return QIV_ThreadPool_WorkEx(pool, note, &item, 1);
+    }));
+    const auto waiting = static_cast<unsigned int>(item.number) + 1;
+    EXPECT_TRUE(Eventually([&] { return WaitingSubmitters(pool) == waiting; }));
   }
-  EXPECT_EQ(0, result);
-  --Record(pool)->nWaiting;
-  EXPECT_EQ(1, count);
-  {
-    const PoolUnlock unlock(Record(pool));
-    EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
-  }
+  latch.Open();
+  for (auto& submitter : submitters) EXPECT_EQ(QIV_OK, submitter.Get());
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
+  EXPECT_EQ((std::vector<int>{0, 1, 2}), order);
+}
+
+TEST_F(ThreadPoolWorkTest, AWaitingSubmittersTraceRecordTravelsToo) {
+  Latch latch;
+  SeenTrace seen;
+  const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
+  QIV_ThreadPool_Work(pool, WaitForLatch, &latch);
+  auto submitted = RunInThread([&] {
+    SetTrace("waiting");
+    const int result = QIV_ThreadPool_WorkEx(pool, SeenTrace::Store, &seen, 1);
+    TraceInfo().eraseTraceInfo();
+    return result;
+  });
+  EXPECT_TRUE(Eventually([&] { return WaitingSubmitters(pool) == 1; }));
+  latch.Open();
+  EXPECT_EQ(QIV_OK, submitted.Get());
+  EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
+  EXPECT_EQ("waiting", seen.text);
 }
 
 TEST_F(ThreadPoolWorkTest, AnItemThatCancelsItsThreadDoesNotTakeTheWorkerAway) {
@@ -304,35 +356,6 @@ TEST_F(ThreadPoolWorkTest, TheInternalOperationsRefuseNullWithAMessage) {
 }
 
 // Trace records.
-
-void SetTrace(const char* text) {
-  QIV_TRACEINFO record = {};
-  std::strncpy(record.firstText, text, sizeof(record.firstText) - 1);
-  TraceInfo().setTraceInfo(&record);
-}
-
-/** What the item finds in its thread; "-" stands for no record. */
-struct SeenTrace {
-  std::string text;
-  QIV_TRACEINFO record = {};
-  Latch done;
-
-  static void* Store(void* seen) {
-    QIV_TRACEINFO record;
-    const bool has = TraceInfo().getTraceInfo(&record) == QIV_OK;
-    static_cast<SeenTrace*>(seen)->text = has ? record.firstText : "-";
-    static_cast<SeenTrace*>(seen)->record = record;
-    static_cast<SeenTrace*>(seen)->done.Open();
-    return nullptr;
-  }
-
-  static std::string Of(QIV_HANDLE pool) {
-    SeenTrace seen;
-    EXPECT_EQ(QIV_OK, QIV_ThreadPool_WorkEx(pool, Store, &seen, 1));
-    EXPECT_TRUE(seen.done.Wait());
-    return seen.text;
-  }
-};
 
 TEST_F(ThreadPoolWorkTest, AnIdleWorkerRunsTheItemWithTheSubmittersTraceRecord) {
   const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
