@@ -57,8 +57,8 @@ bool Came(std::promise<void>& event) {
 
 int main() {
   Patient patient;
-  qiv::CAlarmClock
-      clock;  // its end waits for a callback in progress, so it goes before the patient
+  // Its end waits for a callback in progress, so it goes before the patient.
+  qiv::CAlarmClock clock;
   if (!clock.Start() || !clock.AddAlarm(kWatchdogAlarm, Look, &patient, kLookMs)) {
     std::fprintf(stderr, "timers: cannot set the watchdog\n");
     return 1;

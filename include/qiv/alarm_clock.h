@@ -56,7 +56,8 @@ class QIV_API CAlarmClock {
    * alarms. In a callback of this clock it does not wait: the thread ends with that callback, and
    * the next Stop() elsewhere, or the destructor, releases it. Does nothing before Start().
    *
-   * A cancellation point: the thread of a cancelled Stop() is released by the next one.
+   * Must not be called under a lock, or in a callback, that a callback of this clock waits for. A
+   * cancellation point: the thread of a cancelled Stop() is released by the next one.
    */
   void Stop();
 
@@ -84,7 +85,8 @@ class QIV_API CAlarmClock {
    */
   bool RemoveAlarm(int id) noexcept;
 
-  /** The loop of the clock's thread; returns when the clock is stopped. Start() has it called. */
+  /** The loop of the clock's thread, which Start() makes and which is the only one to run it;
+   *  returns when the clock is stopped. */
   void Run();
 
   /** The routine of the clock's thread: Run() of the clock given; null does nothing. @return null

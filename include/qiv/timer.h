@@ -15,9 +15,9 @@
 QIV_EXTERN_C_BEGIN
 
 /**
- * Starts a timer. The first call comes at once, possibly before this function returns; each later
- * one comes a period after the call before it has returned, so calls never overlap and the schedule
- * drifts by the time that they take.
+ * Starts a timer. The first call comes at once, possibly before this function returns, unless the
+ * timer is killed before it; each later one comes a period after the call before it has returned,
+ * so calls never overlap and the schedule drifts by the time that they take.
  *
  * @param callback  called as callback(id, user) on the timer's thread, with no lock held. It may
  *                  start timers and kill others, but not its own. Null makes a timer that only
@@ -42,8 +42,9 @@ QIV_API int QIV_SetTimer(void (*callback)(unsigned int id, void* user), void* us
  *
  * @param id  the timer; an id that no timer has is left alone
  * @return 0, also when no timer has the id and when another thread has ended the timer meanwhile;
- *         -1 when `id` is above 255, or when the end would have to wait for the calling thread: in
- *         the timer's own callback, and in one that the timer's callback is about to end in turn
+ *         -1 when `id` is above 255, when the end would have to wait for the calling thread (in the
+ *         timer's own callback, and in one that the timer's callback is about to end in turn), or
+ *         when the callback has let somebody else join or detach its thread
  * @par Errors         no errno
  * @par Thread safety  any threads, the same timer too; it must not be called under a lock that the
  *                     callback takes. A cancellation point: a timer whose kill was cancelled makes
@@ -54,9 +55,8 @@ QIV_API int QIV_SetTimer(void (*callback)(unsigned int id, void* user), void* us
 QIV_API int QIV_KillTimer(unsigned int id);
 
 /**
- * Clears the free entries of the timer table when called for the first time, or for the first time
- * after QIV_FiniTimer_Inter(). Timers that exist go on. Calling it is never necessary: the table is
- * ready when the library is loaded.
+ * Marks the timer table as prepared. Timers that exist go on. Calling it is never necessary: the
+ * table is ready when the library is loaded.
  *
  * @return 0
  * @par Errors         no errno

@@ -59,7 +59,6 @@ static_assert(sizeof(void*) != 4 || offsetof(Timer, mutex) == 32, "fields in ord
 
 Timer g_timers[kTimers];
 unsigned int g_lastSerial QIV_GUARDED_BY(g_timerTableMutex) = 0;
-bool g_initialised QIV_GUARDED_BY(g_timerTableMutex) = false;
 
 /** Signalled, under g_timerTableMutex, when a kill has freed its timer or given up. */
 pthread_cond_t g_killEnded = PTHREAD_COND_INITIALIZER;
@@ -85,8 +84,12 @@ void SleepUnlessStopped(Timer& timer, unsigned int period) {
   if (timer.stop == 0) timer.condition->TimedWait(&timer.mutex, period);
 }
 
+/** The timer whose thread this is; null in other threads. */
+thread_local Timer* t_ownTimer = nullptr;
+
 void* RunTimer(void* argument) {
   Timer& timer = *static_cast<Timer*>(argument);
+  t_ownTimer = &timer;
   const unsigned int period = timer.period;
   while (!IsStopped(timer)) {
     if (timer.callback != nullptr) timer.callback(timer.id, timer.user);
@@ -98,16 +101,6 @@ void* RunTimer(void* argument) {
 Timer* FindFree() QIV_REQUIRES(g_timerTableMutex) {
   for (Timer& timer : g_timers) {
     if (timer.used == 0) return &timer;
-  }
-  return nullptr;
-}
-
-/** The timer in whose callback the calling thread is; null in other threads. */
-Timer* TimerOfCaller() QIV_REQUIRES(g_timerTableMutex) {
-  const unsigned int self = QIV_Thread_GetSelfId();
-  if (self == QIV_INVALID_ID) return nullptr;
-  for (Timer& timer : g_timers) {
-    if (timer.used != 0 && timer.thread == self) return &timer;
   }
   return nullptr;
 }
@@ -194,7 +187,7 @@ bool StopAndJoin(Timer& timer) {
 int Kill(Timer& timer) {
   const base::ScopedLock lock(g_timerTableMutex);
   if (timer.used == 0) return QIV_OK;
-  Timer* const caller = TimerOfCaller();
+  Timer* const caller = t_ownTimer;
   if (WaitsFor(timer, caller)) return QIV_ERROR;
   const WaitMark waitMark(caller, timer);
   if (!WaitForOtherKill(timer)) return QIV_OK;
@@ -242,22 +235,10 @@ int QIV_KillTimer(unsigned int id) {
   return id < kTimers ? Kill(g_timers[id]) : QIV_ERROR;
 }
 
-int QIV_InitTimer_Inter(void) noexcept {
-  using namespace qiv::thread;
-  const qiv::base::ScopedLock lock(g_timerTableMutex);
-  if (g_initialised) return QIV_OK;
-  for (Timer& timer : g_timers) {
-    if (timer.used == 0) timer = Timer{};  // the others belong to threads that run
-  }
-  g_initialised = true;
-  return QIV_OK;
-}
+// The table is zero from the load on and each entry again when it is free: there is nothing to
+// prepare. Kept: timers that run outlive both.
+int QIV_InitTimer_Inter(void) noexcept { return QIV_OK; }
 
-int QIV_FiniTimer_Inter(void) noexcept {
-  using namespace qiv::thread;
-  const qiv::base::ScopedLock lock(g_timerTableMutex);
-  g_initialised = false;
-  return QIV_OK;
-}
+int QIV_FiniTimer_Inter(void) noexcept { return QIV_OK; }
 
 }  // extern "C"

@@ -159,11 +159,11 @@ TEST_F(AlarmClockStopTest, DestructorWaitsForTheCallbackAndFreesWhatItAdded) {
   ASSERT_TRUE(clock->AddAlarm(1, AddMore, &gate, 0));
   ASSERT_TRUE(clock->Start());
   ASSERT_TRUE(gate.entered.Wait());
-  auto destroyed = RunInThread([&] {
+  SleepingCall destroyed([&] {
     clock.reset();
     return gate.HasLeft();
   });
-  EXPECT_FALSE(destroyed.IsReady());
+  EXPECT_FALSE(destroyed.HasReturned());
   gate.letGo.Open();
   EXPECT_TRUE(destroyed.Get());
 }
