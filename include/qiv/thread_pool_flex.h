@@ -49,8 +49,9 @@ QIV_API QIV_HANDLE thrmgr_new(int maxThreads, int idleTimeout, void (*handler)(v
  * @return 1 when queued; 0 when `pool` is null or being destroyed, when 65535 items wait, when
  *         memory is short, or when there is no worker and none can be started
  * @par Errors         no errno
- * @par Thread safety  any threads, the pool's handlers included. Calls that have begun when the
- *                     pool is destroyed are waited for; none may begin after its destruction.
+ * @par Thread safety  any threads, the pool's handlers included. A call that is at work when the
+ *                     pool is destroyed is waited for; none may begin when the destruction may be
+ *                     over.
  * @par System         malloc(3), sem_post(3), pthread_create(3p)
  */
 QIV_API int thrmgr_dispatch(QIV_HANDLE pool, void* data) QIV_NOEXCEPT;
@@ -68,9 +69,9 @@ QIV_API int thrmgr_dispatch(QIV_HANDLE pool, void* data) QIV_NOEXCEPT;
  *                     handlers calls: it would wait for itself. Nothing is done either while the
  *                     pool is being destroyed already.
  * @par Thread safety  one thread, once; other calls as thrmgr_dispatch(). No cancellation point.
- * @par System         sem_wait(3), usleep(3), free(3)
+ * @par System         sem_wait(3), usleep(3), pthread_create(3p), free(3)
  */
-QIV_API void thrmgr_destroy(QIV_HANDLE pool, int timeout);
+QIV_API void thrmgr_destroy(QIV_HANDLE pool, int timeout) QIV_NOEXCEPT;
 
 /**
  * Tells how many items wait for a worker.
@@ -119,9 +120,9 @@ QIV_API int QIV_ThreadPoolFlex_Work(QIV_HANDLE pool, void* data) QIV_NOEXCEPT;
  * @return 0, also when nothing was done
  * @par Errors         as thrmgr_destroy()
  * @par Thread safety  as thrmgr_destroy()
- * @par System         sem_wait(3), usleep(3), free(3)
+ * @par System         sem_wait(3), usleep(3), pthread_create(3p), free(3)
  */
-QIV_API int QIV_ThreadPoolFlex_Destroy(QIV_HANDLE pool);
+QIV_API int QIV_ThreadPoolFlex_Destroy(QIV_HANDLE pool) QIV_NOEXCEPT;
 
 /**
  * Ends a pool: thrmgr_destroy() with the given time-out.
@@ -131,9 +132,9 @@ QIV_API int QIV_ThreadPoolFlex_Destroy(QIV_HANDLE pool);
  * @return 0, also when nothing was done
  * @par Errors         as thrmgr_destroy()
  * @par Thread safety  as thrmgr_destroy()
- * @par System         sem_wait(3), usleep(3), free(3)
+ * @par System         sem_wait(3), usleep(3), pthread_create(3p), free(3)
  */
-QIV_API int QIV_ThreadPoolFlex_DestroyEx(QIV_HANDLE pool, int timeout);
+QIV_API int QIV_ThreadPoolFlex_DestroyEx(QIV_HANDLE pool, int timeout) QIV_NOEXCEPT;
 
 QIV_EXTERN_C_END
 

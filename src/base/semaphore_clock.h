@@ -6,15 +6,15 @@
 #include <time.h>
 
 // The thread sanitizer does not know sem_clockwait().
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 30) && !defined(__SANITIZE_THREAD__)
-#define QIV_HAS_SEM_CLOCKWAIT 1
-#else
-#define QIV_HAS_SEM_CLOCKWAIT 0
+#if defined(__GLIBC__) && !defined(__SANITIZE_THREAD__)
+#if __GLIBC_PREREQ(2, 30)
+#define QIV_HAS_SEM_CLOCKWAIT
+#endif
 #endif
 
 namespace qiv::base {
 
-#if QIV_HAS_SEM_CLOCKWAIT
+#ifdef QIV_HAS_SEM_CLOCKWAIT
 
 constexpr clockid_t kSemaphoreClock = CLOCK_MONOTONIC;
 

@@ -27,6 +27,8 @@ static_assert(sizeof(void*) != 4 || offsetof(FlexPool, pQueue) == 84, "fields in
 static_assert(sizeof(void*) != 4 || offsetof(FlexQueue, pTail) == 4, "fields in order");
 static_assert(sizeof(void*) != 4 || offsetof(FlexQueue, nCount) == 8, "fields in order");
 static_assert(sizeof(void*) != 4 || sizeof(FlexQueue) == 12, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(FlexItem, submitTime) == 8, "fields in order");
+static_assert(offsetof(FlexItem, traceCaptured) == offsetof(FlexItem, traceInfo) + 197, "in order");
 
 namespace {
 
@@ -61,10 +63,8 @@ FlexPool* Create(int maxThreads, int idleTimeout, void (*handler)(void*), int st
   if (handler == nullptr || maxThreads <= 0 || stackSize < 0) return nullptr;
   MallocPointer<FlexQueue> queue = NewByMalloc<FlexQueue>();
   if (!queue) return nullptr;
-  MallocPointer<FlexPool> pool =
-      NewByMalloc<FlexPool>(maxThreads, idleTimeout, handler, stackSize, queue.get());
-  if (pool) static_cast<void>(queue.release());
-  return pool.release();
+  return NewByMalloc<FlexPool>(maxThreads, idleTimeout, handler, stackSize, std::move(queue))
+      .release();
 }
 
 FlexItemPointer NewItem(void* data) {
@@ -173,14 +173,14 @@ FlexItemPointer FlexQueue::TakeHead() noexcept {
 }
 
 FlexPool::FlexPool(int maxThreads, int idleTimeout, void (*handler)(void*), int stackSize,
-                   FlexQueue* queue) noexcept
+                   MallocPointer<FlexQueue> queue) noexcept
     : nStackSize(StackSizeFor(stackSize)),
       nMaxThreads(maxThreads),
       nIdleTimeout(static_cast<QIV_UINT32>(idleTimeout)),
       pfnHandler(handler),
       semExit(),
       semWork(),
-      pQueue(queue) {
+      pQueue(std::move(queue)) {
   QIV_SemCreate(&semExit, 0);
   QIV_SemCreate(&semWork, 0);
 }
@@ -188,7 +188,6 @@ FlexPool::FlexPool(int maxThreads, int idleTimeout, void (*handler)(void*), int 
 FlexPool::~FlexPool() {
   QIV_SemDestroy(&semExit);
   QIV_SemDestroy(&semWork);
-  DestroyAndFree()(pQueue);
 }
 
 }  // namespace qiv::thread
@@ -206,7 +205,7 @@ int thrmgr_dispatch(QIV_HANDLE pool, void* data) noexcept {
   return queued ? QIV_TRUE : QIV_FALSE;
 }
 
-void thrmgr_destroy(QIV_HANDLE pool, int timeout) {
+void thrmgr_destroy(QIV_HANDLE pool, int timeout) noexcept {
   if (pool != nullptr) qiv::thread::Destroy(static_cast<qiv::thread::FlexPool*>(pool), timeout);
 }
 
@@ -224,9 +223,11 @@ int QIV_ThreadPoolFlex_Work(QIV_HANDLE pool, void* data) noexcept {
   return thrmgr_dispatch(pool, data) == QIV_TRUE ? QIV_OK : QIV_ERROR;
 }
 
-int QIV_ThreadPoolFlex_Destroy(QIV_HANDLE pool) { return QIV_ThreadPoolFlex_DestroyEx(pool, 0); }
+int QIV_ThreadPoolFlex_Destroy(QIV_HANDLE pool) noexcept {
+  return QIV_ThreadPoolFlex_DestroyEx(pool, 0);
+}
 
-int QIV_ThreadPoolFlex_DestroyEx(QIV_HANDLE pool, int timeout) {
+int QIV_ThreadPoolFlex_DestroyEx(QIV_HANDLE pool, int timeout) noexcept {
   thrmgr_destroy(pool, timeout);
   return QIV_OK;
 }

@@ -5,8 +5,8 @@
 // without it. nCallers counts calls of other threads, so that the pool outlives them.
 //
 // Nobody joins the workers. The last one to leave an exiting pool posts semExit while it holds the
-// mutex, and touches nothing of the pool once it has released that. Under the mutex only the mutex
-// of the trace records is taken.
+// mutex, and touches nothing of the pool once it has released that. Under the mutex only the
+// mutexes of the trace records are taken.
 #ifndef QIV_THREAD_THREAD_POOL_FLEX_H
 #define QIV_THREAD_THREAD_POOL_FLEX_H
 
@@ -76,7 +76,7 @@ enum FlexState : QIV_INT32 {
 
 struct FlexPool {
   FlexPool(int maxThreads, int idleTimeout, void (*handler)(void*), int stackSize,
-           FlexQueue* queue) noexcept;
+           MallocPointer<FlexQueue> queue) noexcept;
   ~FlexPool();
   FlexPool(const FlexPool&) = delete;
   FlexPool& operator=(const FlexPool&) = delete;
@@ -95,7 +95,7 @@ struct FlexPool {
   sem_t semExit;
   sem_t semWork;
   QIV_UniqueMutex mutex;
-  FlexQueue* const pQueue;
+  const MallocPointer<FlexQueue> pQueue;
   std::atomic<QIV_INT32> nCallers{0};
 };
 

@@ -7,14 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <functional>
-#include <thread>
 
+#include "support/eventually.h"
 #include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
-#include "support/test_limit.h"
 #include "thread/thread_pool_flex.h"
 
 namespace qiv::test {
@@ -23,17 +21,6 @@ namespace qiv::test {
 using Job = std::function<void()>;
 
 inline void RunJob(void* job) { (*static_cast<Job*>(job))(); }
-
-/** Looks until the condition holds; false when TestLimit() has passed first. */
-template <class Condition>
-[[nodiscard]] bool Eventually(Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + TestLimit();
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 /** An item that keeps its worker busy until it is released. */
 class Blocker {

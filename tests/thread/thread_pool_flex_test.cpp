@@ -261,12 +261,19 @@ TEST_F(ThreadPoolFlexTest, IdleWorkerIsUsedBeforeAnotherIsStarted) {
 TEST_F(ThreadPoolFlexTest, WorkerEndsWhenItHasWaitedForTheIdleTimeout) {
   constexpr int kIdleMs = 200;
   std::atomic<qiv_int64> handledAt{0};
-  Job note = [&] { handledAt.store(QIV_GetTimeTick64()); };
+  std::atomic<TestPool*> own{nullptr};
+  std::atomic<int> aliveInHandler{0};
+  Job note = [&] {
+    aliveInHandler = own.load()->Alive();
+    handledAt.store(QIV_GetTimeTick64());
+  };
   TestPool pool(1, kIdleMs);
+  own = &pool;
   for (int round = 0; round < 2; ++round) {  // a second worker is started after the first has gone
+    handledAt = 0;
     ASSERT_EQ(1, pool.Submit(note));
-    EXPECT_EQ(1, pool.Alive());
-    ASSERT_TRUE(Eventually([&] { return pool.Alive() == 0; }));
+    ASSERT_TRUE(Eventually([&] { return handledAt != 0 && pool.Alive() == 0; }));
+    EXPECT_EQ(1, aliveInHandler);
     EXPECT_GE(QIV_GetTimeTick64() - handledAt.load(), kIdleMs * 95 / 100);
     EXPECT_EQ(0, pool.Idle());
   }
