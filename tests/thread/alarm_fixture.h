@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "support/call_counter.h"
-#include "support/latch.h"
+#include "support/gate.h"
 #include "support/leak_check.h"
 
 namespace qiv::test {
@@ -45,19 +45,10 @@ class Firings {
   CallCounter m_counter;
 };
 
-/** A callback that stays inside until it is let go. */
-struct AlarmGate {
+struct AlarmGate : Gate {
   static void Run(void* /*clock*/, int /*id*/, void* gate) {
-    auto* const self = static_cast<AlarmGate*>(gate);
-    self->entered.Open();
-    EXPECT_TRUE(self->letGo.Wait());
-    self->left.store(true, std::memory_order_release);
+    static_cast<AlarmGate*>(gate)->Pass();
   }
-  bool HasLeft() const { return left.load(std::memory_order_acquire); }
-
-  Latch entered;
-  Latch letGo;
-  std::atomic<bool> left{false};
 };
 
 class AlarmClockTest : public LeakCheckedTest {

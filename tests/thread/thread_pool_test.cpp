@@ -1,6 +1,4 @@
 // How pools come and go.
-#include "thread/thread_pool.h"
-
 #include <gtest/gtest.h>
 #include <qiv/library.h>
 #include <sys/mman.h>
@@ -16,9 +14,9 @@
 #include "support/captured_output.h"
 #include "support/eventually.h"
 #include "support/latch.h"
-#include "support/leak_check.h"
 #include "support/run_in_thread.h"
 #include "support/stopwatch.h"
+#include "thread/thread_pool_fixture.h"
 
 namespace qiv::thread {
 namespace {
@@ -32,36 +30,12 @@ constexpr std::size_t kMaxPools = 64;
 // Of no use to a thread: none can be started with it.
 constexpr unsigned int kTooSmallStack = 1;
 
-QIV_THREADPOOL* Record(QIV_HANDLE pool) { return static_cast<QIV_THREADPOOL*>(pool); }
-
 unsigned int WorkerCount(QIV_HANDLE pool) {
   const PoolLock lock(Record(pool));
   return Record(pool)->nCurrCount;
 }
 
-void* Nothing(void*) { return nullptr; }
-
-void* Count(void* counter) {
-  ++*static_cast<std::atomic<int>*>(counter);
-  return nullptr;
-}
-
-void* WaitForLatch(void* latch) {
-  EXPECT_TRUE(static_cast<Latch*>(latch)->Wait());
-  return nullptr;
-}
-
-class ThreadPoolTest : public test::LeakCheckedTest {
- protected:
-  void SetUp() override {
-    LeakCheckedTest::SetUp();
-    ASSERT_EQ(QIV_OK, QIV_Init());
-  }
-  void TearDown() override {
-    QIV_Fini();
-    LeakCheckedTest::TearDown();
-  }
-};
+using ThreadPoolTest = StartedLibraryTest;
 
 TEST_F(ThreadPoolTest, MoreThan512WorkersAreRefusedWithAMessage) {
   CapturedOutput output(STDERR_FILENO);

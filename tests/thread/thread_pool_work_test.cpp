@@ -1,7 +1,6 @@
 // How pools hand work over.
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <qiv/library.h>
 #include <qiv/semaphore.h>
 #include <qiv/thread.h>
 #include <unistd.h>
@@ -14,10 +13,9 @@
 #include "support/captured_output.h"
 #include "support/eventually.h"
 #include "support/latch.h"
-#include "support/leak_check.h"
 #include "support/run_in_thread.h"
 #include "support/test_limit.h"
-#include "thread/thread_pool.h"
+#include "thread/thread_pool_fixture.h"
 
 namespace qiv::thread {
 namespace {
@@ -29,8 +27,6 @@ using test::RunInThread;
 
 qiv_tlsTraceInfoOper& TraceInfo() { return *qiv_tlsTraceInfoOper::instance(); }
 
-QIV_THREADPOOL* Record(QIV_HANDLE pool) { return static_cast<QIV_THREADPOOL*>(pool); }
-
 bool IsIdle(QIV_HANDLE pool, std::size_t index) {
   const PoolLock lock(Record(pool));
   return Record(pool)->threads[index].bIdle == 1;
@@ -39,18 +35,6 @@ bool IsIdle(QIV_HANDLE pool, std::size_t index) {
 unsigned int WaitingSubmitters(QIV_HANDLE pool) {
   const PoolLock lock(Record(pool));
   return Record(pool)->nWaiting;
-}
-
-void* Nothing(void*) { return nullptr; }
-
-void* Count(void* counter) {
-  static_cast<std::atomic<int>*>(counter)->fetch_add(1, std::memory_order_relaxed);
-  return nullptr;
-}
-
-void* WaitForLatch(void* latch) {
-  EXPECT_TRUE(static_cast<Latch*>(latch)->Wait());
-  return nullptr;
 }
 
 void* StoreSelf(void* id) {
@@ -87,16 +71,11 @@ struct SeenTrace {
   }
 };
 
-class ThreadPoolWorkTest : public test::LeakCheckedTest {
+class ThreadPoolWorkTest : public StartedLibraryTest {
  protected:
-  void SetUp() override {
-    LeakCheckedTest::SetUp();
-    ASSERT_EQ(QIV_OK, QIV_Init());
-  }
   void TearDown() override {
     TraceInfo().eraseTraceInfo();
-    QIV_Fini();
-    LeakCheckedTest::TearDown();
+    StartedLibraryTest::TearDown();
   }
 };
 

@@ -12,6 +12,7 @@
 
 #include "support/call_counter.h"
 #include "support/captured_output.h"
+#include "support/gate.h"
 #include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
@@ -31,19 +32,8 @@ constexpr unsigned int kTimers = 256;
 
 void Count(unsigned int /*id*/, void* counter) { static_cast<CallCounter*>(counter)->Add(); }
 
-/** A callback that stays inside until it is let go. */
-struct Gate {
-  static void Run(unsigned int /*id*/, void* gate) {
-    auto* const self = static_cast<Gate*>(gate);
-    self->entered.Open();
-    EXPECT_TRUE(self->letGo.Wait());
-    self->left.store(true, std::memory_order_release);
-  }
-  bool HasLeft() const { return left.load(std::memory_order_acquire); }
-
-  Latch entered;
-  Latch letGo;
-  std::atomic<bool> left{false};
+struct Gate : qiv::test::Gate {
+  static void Run(unsigned int /*id*/, void* gate) { static_cast<Gate*>(gate)->Pass(); }
 };
 
 class TimerKillTest : public qiv::test::LeakCheckedTest {
