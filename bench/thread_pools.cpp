@@ -141,6 +141,7 @@ double ItemsPerSecond() {
   Task task;
   const qiv::bench::Timer timer;
   std::vector<std::thread> submitters;
+  submitters.reserve(submitterCount);
   for (int i = 0; i < submitterCount; ++i) {
     submitters.emplace_back([&] {
       for (int item = 0; item < kItems / submitterCount; ++item) pool.Submit(&task);

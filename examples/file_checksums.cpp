@@ -78,7 +78,7 @@ int main(int argumentCount, char** arguments) {
     return 2;
   }
   if (QIV_Init() != QIV_OK) return Fail("the library does not start");
-  const QIV_HANDLE pool = QIV_ThreadPool_Create(1, kWorkers);  // more workers as they are needed
+  QIV_HANDLE pool = QIV_ThreadPool_Create(1, kWorkers);  // more workers as they are needed
   if (pool == nullptr) return Fail("there is no pool");
 
   std::vector<File> files;

@@ -46,6 +46,7 @@ struct WaitingSubmitter {
   WaitingSubmitter* next;
 };
 
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): the order of the fields is fixed
 struct QIV_THREADPOOL {
   int bUsed;  // guarded by the mutex of the table
   int bQuit;
