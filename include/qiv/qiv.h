@@ -13,6 +13,7 @@
 #include <qiv/debug.h>
 #include <qiv/error.h>
 #include <qiv/event.h>
+#include <qiv/hash.h>
 #include <qiv/library.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>

@@ -164,6 +164,25 @@ static void UseFlexibleThreadPool(void) {
 
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
+static void UseHashTables(void) {
+  struct QIV_HSEARCH_DATA* names = &QIV_HSEARCH_DATA;
+  struct QIV_HSEARCH_INTDATA* numbers = &QIV_HSEARCH_INTDATA;
+  const struct QIV_HSEARCH_ITEM name = {"one", 1};
+  const struct QIV_HSEARCH_INTITEM number = {2, 20};
+  unsigned int data = 0;
+  CHECK(names->size == 0 && numbers->size == 0);
+  CHECK(QIV_SimpleHashCreate(8, &names) == 0);
+  CHECK(QIV_SimpleHashEnter(&name, names) == 0);
+  CHECK(QIV_SimpleHashFind("one", &data, names) == 0 && data == 1);
+  CHECK(QIV_SimpleHashRemove("one", names) == 0);
+  CHECK(QIV_SimpleHashDestroy(names) == 0);
+  CHECK(QIV_SimpleIntHashCreate(8, &numbers) == 0);
+  CHECK(QIV_SimpleIntHashEnter(&number, numbers) == 0);
+  CHECK(QIV_SimpleIntHashFind(2, &data, numbers) == 0 && data == 20);
+  CHECK(QIV_SimpleIntHashRemove(2, numbers) == 0);
+  CHECK(QIV_SimpleIntHashDestroy(numbers) == 0);
+}
+
 static void UseTime(void) {
   QIV_TIME_EXP_T parts;
   QIV_TIME_T back = 0;
@@ -262,6 +281,7 @@ int main(void) {
   UseTimer();
   UseFlexibleThreadPool();
   UseTraceRecord();
+  UseHashTables();
   UseTime();
   UseAddress();
   UseSocketAndPoll();
