@@ -183,6 +183,29 @@ static void UseHashTables(void) {
   CHECK(QIV_SimpleIntHashDestroy(numbers) == 0);
 }
 
+static void UseAlignedMemory(void) {
+  unsigned char* const memory = (unsigned char*)QIV_AlignedMalloc(100, 64);
+  CHECK(memory != NULL && memory[99] == 0);
+  QIV_AlignedFree(memory);
+  CHECK(QIV_AlignedMalloc(100, 48) == NULL);
+}
+
+static void CompareBytes(char* data, int len, void* same) {
+  *(int*)same = len == 3 && memcmp(data, "abc", 3) == 0;
+}
+
+static void UseCycleBuffer(void) {
+  QIV_HANDLE buffer = NULL;
+  unsigned int count = 0;
+  int same = 0;
+  CHECK(QIV_CycleBufferInit(&buffer, 16, CompareBytes, &same) == 0);
+  CHECK(QIV_CycleBufferWrite(buffer, "abc", 3) == 0);
+  CHECK(QIV_CycleBufferValue(buffer, &count) == 0 && count == 3);
+  CHECK(QIV_CycleBufferRead(buffer) == 0);
+  CHECK(same);
+  CHECK(QIV_CycleBufferDestroy(buffer) == 0);
+}
+
 static void UseTime(void) {
   QIV_TIME_EXP_T parts;
   QIV_TIME_T back = 0;
@@ -282,6 +305,8 @@ int main(void) {
   UseFlexibleThreadPool();
   UseTraceRecord();
   UseHashTables();
+  UseAlignedMemory();
+  UseCycleBuffer();
   UseTime();
   UseAddress();
   UseSocketAndPoll();
