@@ -7,12 +7,15 @@
 
 #include <qiv/address.h>
 #include <qiv/alarm_clock.h>
+#include <qiv/aligned_memory.h>
 #include <qiv/async_io.h>
 #include <qiv/atomic.h>
 #include <qiv/condition.h>
+#include <qiv/cycle_buffer.h>
 #include <qiv/debug.h>
 #include <qiv/error.h>
 #include <qiv/event.h>
+#include <qiv/hash.h>
 #include <qiv/library.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>

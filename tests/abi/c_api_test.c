@@ -164,6 +164,48 @@ static void UseFlexibleThreadPool(void) {
 
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
+static void UseHashTables(void) {
+  struct QIV_HSEARCH_DATA* names = &QIV_HSEARCH_DATA;
+  struct QIV_HSEARCH_INTDATA* numbers = &QIV_HSEARCH_INTDATA;
+  const struct QIV_HSEARCH_ITEM name = {"one", 1};
+  const struct QIV_HSEARCH_INTITEM number = {2, 20};
+  unsigned int data = 0;
+  CHECK(names->size == 0 && numbers->size == 0);
+  CHECK(QIV_SimpleHashCreate(8, &names) == 0);
+  CHECK(QIV_SimpleHashEnter(&name, names) == 0);
+  CHECK(QIV_SimpleHashFind("one", &data, names) == 0 && data == 1);
+  CHECK(QIV_SimpleHashRemove("one", names) == 0);
+  CHECK(QIV_SimpleHashDestroy(names) == 0);
+  CHECK(QIV_SimpleIntHashCreate(8, &numbers) == 0);
+  CHECK(QIV_SimpleIntHashEnter(&number, numbers) == 0);
+  CHECK(QIV_SimpleIntHashFind(2, &data, numbers) == 0 && data == 20);
+  CHECK(QIV_SimpleIntHashRemove(2, numbers) == 0);
+  CHECK(QIV_SimpleIntHashDestroy(numbers) == 0);
+}
+
+static void UseAlignedMemory(void) {
+  unsigned char* const memory = (unsigned char*)QIV_AlignedMalloc(100, 64);
+  CHECK(memory != NULL && memory[99] == 0);
+  QIV_AlignedFree(memory);
+  CHECK(QIV_AlignedMalloc(100, 48) == NULL);
+}
+
+static void CompareBytes(char* data, int len, void* same) {
+  *(int*)same = len == 3 && memcmp(data, "abc", 3) == 0;
+}
+
+static void UseCycleBuffer(void) {
+  QIV_HANDLE buffer = NULL;
+  unsigned int count = 0;
+  int same = 0;
+  CHECK(QIV_CycleBufferInit(&buffer, 16, CompareBytes, &same) == 0);
+  CHECK(QIV_CycleBufferWrite(buffer, "abc", 3) == 0);
+  CHECK(QIV_CycleBufferValue(buffer, &count) == 0 && count == 3);
+  CHECK(QIV_CycleBufferRead(buffer) == 0);
+  CHECK(same);
+  CHECK(QIV_CycleBufferDestroy(buffer) == 0);
+}
+
 static void UseTime(void) {
   QIV_TIME_EXP_T parts;
   QIV_TIME_T back = 0;
@@ -262,6 +304,9 @@ int main(void) {
   UseTimer();
   UseFlexibleThreadPool();
   UseTraceRecord();
+  UseHashTables();
+  UseAlignedMemory();
+  UseCycleBuffer();
   UseTime();
   UseAddress();
   UseSocketAndPoll();
