@@ -26,7 +26,7 @@ QIV_EXTERN_C_BEGIN
  *                  destroy it. Null is refused.
  * @param user      handed to `read`
  * @return 0; -1 when `handle` or `read` is null, `capacity` is below 1, or memory is short
- * @par Errors         errno as malloc(3) sets it when memory is short
+ * @par Errors         errno: ENOMEM when memory is short
  * @par Thread safety  any threads
  * @par System         malloc(3), pthread_mutex_init(3p)
  * @see QIV_CycleBufferDestroy

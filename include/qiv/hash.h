@@ -46,13 +46,13 @@ struct QIV_HSEARCH_INTDATA {
 
 /** What enters a table with text keys. */
 struct QIV_HSEARCH_ITEM {
-  const char* key;   /**< ended by a NUL; must stay as it is until the entry or the table is gone */
+  const char* key;   /**< ended by a NUL; must stay as it is until the table is destroyed */
   unsigned int data; /**< any value */
 };
 
 /** What enters a table with 32-bit keys. */
 struct QIV_HSEARCH_INTITEM {
-  unsigned int key;  /**< 0xFFFFFFFF takes room but is never found */
+  unsigned int key;  /**< 0xFFFFFFFF is never found and counts as used at each enter, for good */
   unsigned int data; /**< any value */
 };
 
@@ -71,7 +71,7 @@ extern QIV_API struct QIV_HSEARCH_INTDATA QIV_HSEARCH_INTDATA;
  *             that is a prime number: 0 and 1 give 1, 3 gives 5, 8 gives 11.
  * @param out  receives the table; left alone on failure; null is refused
  * @return 0; -1 when `out` is null, memory is short or no 32-bit number is large enough
- * @par Errors         errno as malloc(3) sets it when memory is short
+ * @par Errors         errno: ENOMEM when memory is short or the table would be too large
  * @par Thread safety  any threads
  * @par System         malloc(3)
  * @see QIV_SimpleHashDestroy
@@ -110,9 +110,14 @@ QIV_API int QIV_SimpleHashFind(const char* key, unsigned int* data,
  * Removes a key.
  *
  * The entry at the end of the key's chain is entered anew in the room that is made. Where chains of
- * several keys cross, this may lose that entry or leave others where no search finds them, and
- * `filled` may stay too high, so that a table in which much is removed fills up early. In a full
- * table a key that is not last in its chain is taken out with the result -1.
+ * several keys cross, this may lose that entry or leave others where no search finds them. Such an
+ * entry may be entered a second time; removing it then brings the older data back. `filled` may
+ * stay too high, so that a table in which much is removed fills up early. In a full table a key
+ * that is not last in its chain is taken out with the result -1, or with 0 and the loss of the last
+ * one.
+ *
+ * A slot that no search finds still holds its text: whatever a find or a remove says, no text that
+ * was entered may go before the table.
  *
  * @param key  a text ended by a NUL; null is refused
  * @param h    the table; null is refused
@@ -141,7 +146,7 @@ QIV_API int QIV_SimpleHashDestroy(struct QIV_HSEARCH_DATA* h) QIV_NOEXCEPT;
  * @param n    wanted capacity in entries, rounded up as by QIV_SimpleHashCreate()
  * @param out  receives the table; left alone on failure; null is refused
  * @return 0; -1 when `out` is null, memory is short or no 32-bit number is large enough
- * @par Errors         errno as malloc(3) sets it when memory is short
+ * @par Errors         errno: ENOMEM when memory is short or the table would be too large
  * @par Thread safety  any threads
  * @par System         malloc(3)
  * @see QIV_SimpleIntHashDestroy

@@ -1,6 +1,7 @@
 // Hash tables of fixed capacity: one algorithm for text and for 32-bit keys.
 #include <qiv/hash.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -67,6 +68,7 @@ struct IntKeys {
   // Kept: the mark of 0xFFFFFFFF is that of an empty slot, so this key is never found.
   static unsigned int UsedMark(Key key, unsigned int /*home*/) { return ~key; }
 
+  // By the mark alone: a slot that holds 0xFFFFFFFF counts as empty.
   static bool Holds(const Slot& slot, Key key, unsigned int /*home*/) {
     return slot.used != 0 && slot.key == key;
   }
@@ -87,7 +89,10 @@ class Table {
     if (out == nullptr) return QIV_ERROR;
     const std::uint64_t size = TableSizeFrom(n);
     const std::uint64_t maxSlots = (SIZE_MAX - sizeof(Header)) / sizeof(Slot);
-    if (size > UINT32_MAX || size + 1 > maxSlots) return QIV_ERROR;
+    if (size > UINT32_MAX || size + 1 > maxSlots) {
+      errno = ENOMEM;
+      return QIV_ERROR;
+    }
     const auto slots = static_cast<std::size_t>(size + 1);
     void* const block = std::calloc(1, sizeof(Header) + slots * sizeof(Slot));
     if (block == nullptr) return QIV_ERROR;
@@ -126,8 +131,8 @@ class Table {
     return QIV_OK;
   }
 
-  // Kept: entering the tail again counts it twice, in a full table it fails, and a tail that is
-  // found where it stands is lost when its slot is cleared.
+  // Kept: entering the tail again counts it twice and fails in a full table, unless the tail is
+  // found where it stands: then it is lost when its slot is cleared.
   int Remove(Key key) {
     const unsigned int home = Home(key);
     if (!IsOccupied(home)) return QIV_ERROR;

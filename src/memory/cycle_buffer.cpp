@@ -6,6 +6,7 @@
 #include <qiv/mutex.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -52,6 +53,7 @@ Stored Look(CycleBuffer& buffer) {
 }
 
 void Deliver(const CycleBuffer& buffer, const Stored& stored) {
+  if (buffer.pfnRead == nullptr) return;  // the bytes are dropped
   const auto size = static_cast<unsigned int>(buffer.nSize);
   char* const start = buffer.pData + stored.readPos;
   if (stored.readPos + stored.length < size) {
@@ -79,7 +81,10 @@ int QIV_CycleBufferInit(QIV_HANDLE* handle, int capacity, Callback read, void* u
   if (handle == nullptr || read == nullptr || capacity <= 0) return QIV_ERROR;
   // A read position and a first length that are both below the capacity stay within twice of it.
   const std::uint64_t blockSize = sizeof(CycleBuffer) + 2 * static_cast<std::uint64_t>(capacity);
-  if (blockSize > SIZE_MAX) return QIV_ERROR;
+  if (blockSize > SIZE_MAX) {
+    errno = ENOMEM;
+    return QIV_ERROR;
+  }
   void* const block = std::calloc(1, static_cast<std::size_t>(blockSize));
   if (block == nullptr) return QIV_ERROR;
   char* const data = static_cast<char*>(block) + sizeof(CycleBuffer);

@@ -55,6 +55,25 @@ TEST_F(HashRemoveTest, LosesEntriesWhereChainsCross) {
   EXPECT_EQ(2u, table->filled);
 }
 
+TEST_F(HashRemoveTest, OfAnEntryThatGotLostAndWasEnteredAgainBringsTheOlderOneBack) {
+  const IntTable table = TableWhoseChainsCross();
+  ASSERT_EQ(0, QIV_SimpleIntHashRemove(1, table.get()));
+  ASSERT_EQ(kMissing, Find(table, 6));
+  EXPECT_EQ(0, Enter(table, 6, 99));
+  EXPECT_EQ((Found{0, 99}), Find(table, 6));
+  EXPECT_EQ(0, QIV_SimpleIntHashRemove(6, table.get()));
+  EXPECT_EQ((Found{0, 6}), Find(table, 6));
+}
+
+TEST_F(HashRemoveTest, InAFullTableLosesTheLastOfTheChainWhenThatIsFoundWhereItStands) {
+  const IntTable table = NewIntTable(5);
+  for (const unsigned int key : {5U, 2U, 3U, 4U, 6U}) ASSERT_EQ(0, Enter(table, key, key));
+  ASSERT_EQ((std::vector<unsigned int>{0, 5, 2, 3, 4, 6}), KeysInSlots(table));
+  EXPECT_EQ(0, QIV_SimpleIntHashRemove(3, table.get()));
+  EXPECT_EQ(4u, table->filled);
+  EXPECT_EQ(kMissing, Find(table, 4));
+}
+
 TEST_F(HashRemoveTest, InAFullTableTakesTheKeyOutAndFails) {
   const IntTable table = FullIntTable();
   EXPECT_EQ(-1, QIV_SimpleIntHashRemove(6, table.get()));

@@ -2,6 +2,7 @@
 #include <qiv/hash.h>
 
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <string>
 #include <vector>
@@ -48,7 +49,9 @@ TEST_F(HashTest, CreateFailsWhenNoThirtyTwoBitSizeIsLargeEnough) {
   TextHeader* text = nullptr;
   IntHeader* ints = nullptr;
   for (const unsigned int n : {4294967292U, 4294967293U, UINT_MAX}) {
+    errno = 0;
     EXPECT_EQ(-1, QIV_SimpleHashCreate(n, &text));
+    EXPECT_EQ(ENOMEM, errno);
     EXPECT_EQ(-1, QIV_SimpleIntHashCreate(n, &ints));
   }
   EXPECT_EQ(nullptr, text);
