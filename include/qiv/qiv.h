@@ -15,6 +15,7 @@
 #include <qiv/event.h>
 #include <qiv/library.h>
 #include <qiv/memory_block.h>
+#include <qiv/memory_pool.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>
 #include <qiv/semaphore.h>

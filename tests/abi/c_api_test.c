@@ -162,6 +162,17 @@ static void UseFlexibleThreadPool(void) {
   CHECK(QIV_SemDestroy(&handled) == 0);
 }
 
+static void UseMemoryPool(void) {
+  const QIV_HANDLE pool = QIV_MemoryPool_Create(100, 1, 2, 1, -1, 0);
+  void* const block = QIV_MemoryPool_Alloc(pool);
+  CHECK(block != NULL);
+  CHECK(QIV_MemoryPool_Size(pool) == 100);
+  CHECK(QIV_MemoryPool_IdleSize(pool) == 0);
+  QIV_MemoryPool_Free(pool, block);
+  CHECK(QIV_MemoryPool_IdleSize(pool) == 100);
+  QIV_MemoryPool_Destroy(pool);
+}
+
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
 static void UseTime(void) {
@@ -261,6 +272,7 @@ int main(void) {
   UseThreadPool();
   UseTimer();
   UseFlexibleThreadPool();
+  UseMemoryPool();
   UseTraceRecord();
   UseTime();
   UseAddress();

@@ -1,0 +1,52 @@
+// Nodes of a map that outlive their entries: an entry that leaves the map leaves its node for one
+// that comes, so that steady traffic allocates nothing.
+//
+// Spare nodes wait in a multimap of the same types. Their keys are all null, so that a node comes
+// and goes at either end of it, in constant time.
+#ifndef QIV_MEMORY_SPARE_NODES_H
+#define QIV_MEMORY_SPARE_NODES_H
+
+#include <cstddef>
+#include <utility>
+
+namespace qiv::memory {
+
+/** Allocates a spare node; throws std::bad_alloc. */
+template <class Spares>
+void AddSpareNode(Spares& spares) {
+  spares.emplace(nullptr, nullptr);
+}
+
+/** Enters a key and a value with a spare node, which there must be. A key that is there already
+ *  gets the new value. */
+template <class Map, class Spares>
+void EnterWithSpareNode(Map& map, Spares& spares, typename Map::key_type key,
+                        typename Map::mapped_type value) {
+  auto node = spares.extract(spares.begin());
+  node.key() = key;
+  node.mapped() = value;
+  const auto entered = map.insert(std::move(node));
+  if (!entered.inserted) entered.position->second = value;
+}
+
+/** Removes an entry and keeps its node. */
+template <class Map, class Spares>
+void RemoveAndKeepNode(Map& map, Spares& spares, typename Map::iterator entry) {
+  auto node = map.extract(entry);
+  node.key() = nullptr;
+  node.mapped() = nullptr;
+  spares.insert(spares.end(), std::move(node));
+}
+
+/** Spare nodes that are kept beside as many as there are entries. */
+constexpr std::size_t kSpareNodesAtLeast = 1024;
+
+/** Gives the newest spare node back where a peak has left too many. */
+template <class Map, class Spares>
+void LimitSpareNodes(const Map& map, Spares& spares) {
+  if (spares.size() > map.size() + kSpareNodesAtLeast) spares.erase(spares.begin());
+}
+
+}  // namespace qiv::memory
+
+#endif
