@@ -16,6 +16,7 @@
 #include <qiv/library.h>
 #include <qiv/memory_block.h>
 #include <qiv/memory_pool.h>
+#include <qiv/memory_pool_ex.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>
 #include <qiv/semaphore.h>

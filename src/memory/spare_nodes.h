@@ -18,15 +18,16 @@ void AddSpareNode(Spares& spares) {
 }
 
 /** Enters a key and a value with a spare node, which there must be. A key that is there already
- *  gets the new value. */
+ *  gets the new value; false then. */
 template <class Map, class Spares>
-void EnterWithSpareNode(Map& map, Spares& spares, typename Map::key_type key,
+bool EnterWithSpareNode(Map& map, Spares& spares, typename Map::key_type key,
                         typename Map::mapped_type value) {
   auto node = spares.extract(spares.begin());
   node.key() = key;
   node.mapped() = value;
   const auto entered = map.insert(std::move(node));
   if (!entered.inserted) entered.position->second = value;
+  return entered.inserted;
 }
 
 /** Removes an entry and keeps its node. */
@@ -41,10 +42,10 @@ void RemoveAndKeepNode(Map& map, Spares& spares, typename Map::iterator entry) {
 /** Spare nodes that are kept beside as many as there are entries. */
 constexpr std::size_t kSpareNodesAtLeast = 1024;
 
-/** Gives the newest spare node back where a peak has left too many. */
+/** Gives spare nodes back that a peak has left. */
 template <class Map, class Spares>
 void LimitSpareNodes(const Map& map, Spares& spares) {
-  if (spares.size() > map.size() + kSpareNodesAtLeast) spares.erase(spares.begin());
+  while (spares.size() > map.size() + kSpareNodesAtLeast) spares.erase(spares.begin());
 }
 
 }  // namespace qiv::memory

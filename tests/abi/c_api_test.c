@@ -173,6 +173,16 @@ static void UseMemoryPool(void) {
   QIV_MemoryPool_Destroy(pool);
 }
 
+static void UseTrackedMemoryPool(void) {
+  const QIV_HANDLE pool = QIV_MemoryPoolEx_Create(1, 2, -1, 0, 1000);
+  void* const bytes = QIV_MemoryPoolEx_Alloc(pool, 300);
+  CHECK(bytes != NULL);
+  CHECK(QIV_MemoryPoolEx_Size(pool) == 1000);
+  CHECK(QIV_MemoryPoolEx_IdleSize(pool) == 700);
+  QIV_MemoryPoolEx_Free(pool, bytes);
+  QIV_MemoryPoolEx_Destroy(pool);
+}
+
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
 static void UseTime(void) {
@@ -273,6 +283,7 @@ int main(void) {
   UseTimer();
   UseFlexibleThreadPool();
   UseMemoryPool();
+  UseTrackedMemoryPool();
   UseTraceRecord();
   UseTime();
   UseAddress();
