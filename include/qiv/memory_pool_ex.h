@@ -167,7 +167,6 @@ class QIV_API CRealMemoryPoolEx {
 
  private:
   QIV_INTERNAL bool HasRoom(size_t size) const noexcept QIV_REQUIRES(m_mutex);
-  QIV_INTERNAL bool HasSpareNode() noexcept QIV_REQUIRES(m_mutex);
   QIV_INTERNAL bool StartChunk() noexcept QIV_REQUIRES(m_mutex);
   QIV_INTERNAL CUsedRecord* TakeRecord() noexcept QIV_REQUIRES(m_mutex);
   QIV_INTERNAL void GiveRecord(CUsedRecord* record) noexcept QIV_REQUIRES(m_mutex);

@@ -83,7 +83,7 @@ void CRealMemoryPoolEx::Stop() QIV_NO_THREAD_SAFETY_ANALYSIS {
 void* CRealMemoryPoolEx::Alloc(size_t size) noexcept {
   if (size > m_nChunkSize) return nullptr;
   const PoolLock lock(m_mutex, m_bNoLock);
-  if (!HasSpareNode()) return nullptr;
+  if (!memory::HasSpareNode(m_mapSpareNodes)) return nullptr;
   if (!HasRoom(size) && !StartChunk()) return nullptr;
   CUsedRecord& record = *m_pCurrentRecord;
   char* const allocated = record.m_pIdlePtr;
@@ -147,13 +147,6 @@ void CRealMemoryPoolEx::Cleanup() noexcept {
 bool CRealMemoryPoolEx::HasRoom(size_t size) const noexcept {
   return m_pCurrentRecord != nullptr && m_pCurrentRecord->m_pAllocPtr != nullptr &&
          m_pCurrentRecord->m_nRemainBytes >= size;
-}
-
-bool CRealMemoryPoolEx::HasSpareNode() noexcept try {
-  if (m_mapSpareNodes.empty()) memory::AddSpareNode(m_mapSpareNodes);
-  return true;
-} catch (const std::bad_alloc&) {
-  return false;
 }
 
 /** Lets the current chunk go, which its last free returns, and makes another one current. */

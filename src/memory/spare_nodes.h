@@ -7,6 +7,7 @@
 #define QIV_MEMORY_SPARE_NODES_H
 
 #include <cstddef>
+#include <new>
 #include <utility>
 
 namespace qiv::memory {
@@ -15,6 +16,15 @@ namespace qiv::memory {
 template <class Spares>
 void AddSpareNode(Spares& spares) {
   spares.emplace(nullptr, nullptr);
+}
+
+/** Makes sure of a spare node; false when memory is short. */
+template <class Spares>
+bool HasSpareNode(Spares& spares) noexcept try {
+  if (spares.empty()) AddSpareNode(spares);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 /** Enters a key and a value with a spare node, which there must be. A key that is there already

@@ -183,6 +183,18 @@ static void UseTrackedMemoryPool(void) {
   QIV_MemoryPoolEx_Destroy(pool);
 }
 
+static void UseGlobalMemoryPool(void) {
+  void* bytes;
+  CHECK(QIV_MemoryPoolGlobal_Init(0) == 1);
+  bytes = QIV_MemoryPoolGlobal_Alloc(100);
+  CHECK(bytes != NULL);
+  CHECK(QIV_MemoryPoolGlobal_Size() == 12810240);
+  CHECK(QIV_MemoryPoolGlobal_IdleSize() == 12810140);
+  QIV_MemoryPoolGlobal_Free(bytes);
+  CHECK(QIV_FiniMemoryPool_Inter() == 0);
+  CHECK(QIV_InitMemoryPool_Inter(0) == 0);
+}
+
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
 static void UseTime(void) {
@@ -284,6 +296,7 @@ int main(void) {
   UseFlexibleThreadPool();
   UseMemoryPool();
   UseTrackedMemoryPool();
+  UseGlobalMemoryPool();
   UseTraceRecord();
   UseTime();
   UseAddress();
