@@ -37,7 +37,8 @@ QIV_API int QIV_Init(void) QIV_NOEXCEPT;
 QIV_API int QIV_InitEx(void) QIV_NOEXCEPT;
 
 /**
- * Takes back one start; the last one stops the library.
+ * Takes back one start; the last one stops the library, and ends the global memory pool
+ * (memory_pool_global.h).
  *
  * There is no guard against more stops than starts: the count wraps, and the starts that follow
  * find a count above 0 and start nothing.

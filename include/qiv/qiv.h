@@ -17,6 +17,10 @@
 #include <qiv/event.h>
 #include <qiv/hash.h>
 #include <qiv/library.h>
+#include <qiv/memory_block.h>
+#include <qiv/memory_pool.h>
+#include <qiv/memory_pool_ex.h>
+#include <qiv/memory_pool_global.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>
 #include <qiv/semaphore.h>

@@ -5,6 +5,7 @@
 
 #include <qiv/error.h>
 #include <qiv/library.h>
+#include <qiv/memory_pool_global.h>
 #include <qiv/mutex.h>
 #include <qiv/socket.h>
 #include <qiv/thread_pool.h>
@@ -36,7 +37,14 @@ Service g_services[] QIV_GUARDED_BY(g_libraryMutex) = {
 
 bool FirstStart() QIV_REQUIRES(g_libraryMutex) {
   std::signal(SIGPIPE, SIG_IGN);
-  return StartServices(std::begin(g_services), std::end(g_services));
+  if (StartServices(std::begin(g_services), std::end(g_services))) return true;
+  QIV_FiniMemoryPool_Inter();
+  return false;
+}
+
+void LastStop() QIV_REQUIRES(g_libraryMutex) {
+  StopServices(std::begin(g_services), std::end(g_services));
+  QIV_FiniMemoryPool_Inter();  // not a service: no start switches it on
 }
 
 }  // namespace
@@ -86,7 +94,7 @@ int QIV_Fini(void) noexcept {
   g_libraryMutex.Lock();
   // Kept: no guard against more stops than starts. The count wraps and nothing is stopped.
   --g_startCount;
-  if (g_startCount == 0) StopServices(std::begin(g_services), std::end(g_services));
+  if (g_startCount == 0) LastStop();
   return g_libraryMutex.Unlock();
 }
 

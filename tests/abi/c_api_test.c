@@ -162,6 +162,39 @@ static void UseFlexibleThreadPool(void) {
   CHECK(QIV_SemDestroy(&handled) == 0);
 }
 
+static void UseMemoryPool(void) {
+  const QIV_HANDLE pool = QIV_MemoryPool_Create(100, 1, 2, 1, -1, 0);
+  void* const block = QIV_MemoryPool_Alloc(pool);
+  CHECK(block != NULL);
+  CHECK(QIV_MemoryPool_Size(pool) == 100);
+  CHECK(QIV_MemoryPool_IdleSize(pool) == 0);
+  QIV_MemoryPool_Free(pool, block);
+  CHECK(QIV_MemoryPool_IdleSize(pool) == 100);
+  QIV_MemoryPool_Destroy(pool);
+}
+
+static void UseTrackedMemoryPool(void) {
+  const QIV_HANDLE pool = QIV_MemoryPoolEx_Create(1, 2, -1, 0, 1000);
+  void* const bytes = QIV_MemoryPoolEx_Alloc(pool, 300);
+  CHECK(bytes != NULL);
+  CHECK(QIV_MemoryPoolEx_Size(pool) == 1000);
+  CHECK(QIV_MemoryPoolEx_IdleSize(pool) == 700);
+  QIV_MemoryPoolEx_Free(pool, bytes);
+  QIV_MemoryPoolEx_Destroy(pool);
+}
+
+static void UseGlobalMemoryPool(void) {
+  void* bytes;
+  CHECK(QIV_MemoryPoolGlobal_Init(0) == 1);
+  bytes = QIV_MemoryPoolGlobal_Alloc(100);
+  CHECK(bytes != NULL);
+  CHECK(QIV_MemoryPoolGlobal_Size() == 12810240);
+  CHECK(QIV_MemoryPoolGlobal_IdleSize() == 12810140);
+  QIV_MemoryPoolGlobal_Free(bytes);
+  CHECK(QIV_FiniMemoryPool_Inter() == 0);
+  CHECK(QIV_InitMemoryPool_Inter(0) == 0);
+}
+
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
 static void UseHashTables(void) {
@@ -303,6 +336,9 @@ int main(void) {
   UseThreadPool();
   UseTimer();
   UseFlexibleThreadPool();
+  UseMemoryPool();
+  UseTrackedMemoryPool();
+  UseGlobalMemoryPool();
   UseTraceRecord();
   UseHashTables();
   UseAlignedMemory();

@@ -2,7 +2,7 @@
  * Loads and unloads the shared library many times and checks that the process is afterwards what it
  * was before: mappings, memory, descriptors, threads and thread-local keys.
  *
- * usage: unload_test LIBRARY load|start|threads
+ * usage: unload_test LIBRARY load|start|threads|pool
  */
 #include <dirent.h>
 #include <dlfcn.h>
@@ -35,6 +35,8 @@ typedef int (*Function)(void);
 typedef unsigned int (*ThreadCreate)(void* (*routine)(void*), void* argument,
                                      unsigned int stackSize, int ignored, int priority, int policy);
 typedef int (*ThreadWait)(unsigned int id);
+typedef int (*PoolInit)(unsigned int limit);
+typedef void* (*PoolAlloc)(unsigned int size);
 
 /* Writes the address of a function to `function`, which points to a function pointer: ISO C has no
  * cast from what dlsym() gives to one. */
@@ -157,6 +159,16 @@ static void RunThread(void* library) {
   if (wait(id) != 0 || runs != 1) Fail("the thread has not run");
 }
 
+/* Leaves the pool with its threads and something allocated. */
+static void LeaveGlobalPool(void* library) {
+  PoolInit init;
+  PoolAlloc alloc;
+  FindFunction(library, "QIV_MemoryPoolGlobal_Init", &init);
+  FindFunction(library, "QIV_MemoryPoolGlobal_Alloc", &alloc);
+  if (init(0) != 1) Fail("QIV_MemoryPoolGlobal_Init failed");
+  if (alloc(100) == NULL) Fail("QIV_MemoryPoolGlobal_Alloc failed");
+}
+
 static void RunRounds(const char* path, const char* mode, int rounds) {
   int round;
   for (round = 0; round < rounds; ++round) {
@@ -165,6 +177,7 @@ static void RunRounds(const char* path, const char* mode, int rounds) {
     LookUpLibuuid(library);
     if (strcmp(mode, "start") == 0) StartAndStop(library);
     if (strcmp(mode, "threads") == 0) RunThread(library);
+    if (strcmp(mode, "pool") == 0) LeaveGlobalPool(library);
     if (dlclose(library) != 0) Fail(dlerror());
     if (dlopen(path, RTLD_NOW | RTLD_NOLOAD) != NULL) Fail("the library stays after dlclose()");
   }
@@ -187,7 +200,7 @@ static int EndsAs(const Usage* before) {
 int main(int argc, char** argv) {
   Usage before;
   int freeKeys;
-  if (argc != 3) Fail("usage: unload_test LIBRARY load|start|threads");
+  if (argc != 3) Fail("usage: unload_test LIBRARY load|start|threads|pool");
   RunRounds(argv[1], argv[2], kWarmUpRounds);
   (void)Measure();
   freeKeys = CountFreeKeys();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <qiv/error.h>
+#include <qiv/memory_pool_global.h>
 
 #include <csignal>
 #include <iterator>
@@ -55,7 +56,9 @@ TEST_F(LibraryTest, AFailedStartLeavesTheCountAndTheNextOneRunsTheWholeSequence)
   std::vector<pthread_key_t> keys;  // every one, so that the last-error store cannot start
   pthread_key_t key;
   while (pthread_key_create(&key, nullptr) == 0) keys.push_back(key);
+  EXPECT_EQ(1, QIV_MemoryPoolGlobal_Init(0));
   EXPECT_EQ(-1, QIV_Init());
+  EXPECT_EQ(0u, QIV_MemoryPoolGlobal_Size()) << "it ends with every tear-down";
   EXPECT_EQ(0u, StartCount());
   EXPECT_EQ(-1, QIV_SetLastError(1));
   for (const pthread_key_t taken : keys) pthread_key_delete(taken);
@@ -63,6 +66,17 @@ TEST_F(LibraryTest, AFailedStartLeavesTheCountAndTheNextOneRunsTheWholeSequence)
   EXPECT_EQ(1u, StartCount());
   EXPECT_EQ(0, QIV_SetLastError(1));
   EXPECT_EQ(0, QIV_Fini());
+}
+
+TEST_F(LibraryTest, GlobalMemoryPoolEndsWithTheLastStopThoughNoStartBeganIt) {
+  ASSERT_EQ(1, QIV_MemoryPoolGlobal_Init(0));
+  ASSERT_EQ(0, QIV_Init());
+  ASSERT_EQ(0, QIV_Init());
+  EXPECT_NE(0u, QIV_MemoryPoolGlobal_Size());
+  EXPECT_EQ(0, QIV_Fini());
+  EXPECT_NE(0u, QIV_MemoryPoolGlobal_Size());
+  EXPECT_EQ(0, QIV_Fini());
+  EXPECT_EQ(0u, QIV_MemoryPoolGlobal_Size());
 }
 
 TEST_F(LibraryTest, StartAndStopAlternateAnyNumberOfTimes) {

@@ -3,6 +3,7 @@
 #include "base/load_order.h"
 
 #include <gtest/gtest.h>
+#include <qiv/memory_pool_global.h>
 #include <qiv/thread.h>
 #include <qiv/trace_info.h>
 
@@ -11,6 +12,7 @@
 #include <cstdlib>
 
 #include "log/trace_info.h"
+#include "memory/memory_pool_global.h"
 #include "sync/condition.h"
 #include "thread/timer.h"
 
@@ -21,6 +23,7 @@ struct Sight {
   bool timerMutex;
   bool conditionMap;
   bool conditionLock;
+  bool memoryPool;
   bool traceSingleton;
   unsigned int traceKey;
   unsigned int threadId;
@@ -37,9 +40,13 @@ __attribute__((no_sanitize_address)) bool IsBuilt(const Object& object) {
 }
 
 Sight Look() QIV_NO_THREAD_SAFETY_ANALYSIS {
-  return {IsBuilt(qiv::thread::g_timerTableMutex), IsBuilt(qiv::sync::g_mapCondAttr),
-          IsBuilt(qiv::sync::g_lockCondAttr),      IsBuilt(*qiv::qiv_tlsTraceInfoOper::instance()),
-          qiv::g_qiv_store_tls_handle.load(),      QIV_Thread_GetSelfId()};
+  return {IsBuilt(qiv::thread::g_timerTableMutex),
+          IsBuilt(qiv::sync::g_mapCondAttr),
+          IsBuilt(qiv::sync::g_lockCondAttr),
+          IsBuilt(qiv::g_globalMemoryPool),
+          IsBuilt(*qiv::qiv_tlsTraceInfoOper::instance()),
+          qiv::g_qiv_store_tls_handle.load(),
+          QIV_Thread_GetSelfId()};
 }
 
 // Calls must fail rather than crash once the singleton is gone: threads may still run then. The
@@ -58,8 +65,11 @@ class Probe {
     if (!g_reportEnd) return;
     const unsigned int key = qiv::g_qiv_store_tls_handle.load();
     const int erase = EraseTraceInfo();
-    std::fprintf(stderr, "%s: key %s, singleton %s, id %s\n", m_name,
+    void* const bytes = QIV_MemoryPoolGlobal_Alloc(1);
+    QIV_MemoryPoolGlobal_Free(bytes);
+    std::fprintf(stderr, "%s: key %s, singleton %s, memory %s, id %s\n", m_name,
                  key == QIV_INVALID_ID ? "gone" : "there", erase == 0 ? "there" : "gone",
+                 bytes == nullptr ? "gone" : "there",
                  QIV_Thread_GetSelfId() == m_atBuild.threadId ? "kept" : "lost");
   }
   Probe(const Probe&) = delete;
@@ -76,6 +86,8 @@ QIV_LOAD_ORDER(QIV_LOAD_TIMER_TABLE_MUTEX - 1) Probe g_beforeTimers("before time
 QIV_LOAD_ORDER(QIV_LOAD_TIMER_TABLE_MUTEX + 1) Probe g_afterTimers("after timers");
 QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_MAP - 1) Probe g_beforeConditions("before conditions");
 QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_LOCK + 1) Probe g_afterConditions("after conditions");
+QIV_LOAD_ORDER(QIV_LOAD_GLOBAL_MEMORY_POOL - 1) Probe g_beforeMemoryPool("before memory pool");
+QIV_LOAD_ORDER(QIV_LOAD_GLOBAL_MEMORY_POOL + 1) Probe g_afterMemoryPool("after memory pool");
 QIV_LOAD_ORDER(QIV_LOAD_TRACE_SINGLETON - 1) Probe g_beforeSingleton("before singleton");
 QIV_LOAD_ORDER(QIV_LOAD_TRACE_SINGLETON + 1) Probe g_betweenSingletonAndKey("between");
 QIV_LOAD_ORDER(QIV_LOAD_TRACE_KEY + 1) Probe g_afterKey("after key");
@@ -91,6 +103,14 @@ TEST(LoadOrderTest, ConditionMapAndLockAreBuiltTogether) {
   EXPECT_FALSE(g_beforeConditions.AtBuild().conditionLock);
   EXPECT_TRUE(g_afterConditions.AtBuild().conditionMap);
   EXPECT_TRUE(g_afterConditions.AtBuild().conditionLock);
+}
+
+TEST(LoadOrderTest, GlobalMemoryPoolIsBuiltAfterTheConditions) {
+  EXPECT_FALSE(g_afterConditions.AtBuild().memoryPool);
+  EXPECT_FALSE(g_beforeMemoryPool.AtBuild().memoryPool);
+  EXPECT_TRUE(g_beforeMemoryPool.AtBuild().conditionLock);
+  EXPECT_TRUE(g_afterMemoryPool.AtBuild().memoryPool);
+  EXPECT_FALSE(g_afterMemoryPool.AtBuild().traceSingleton);
 }
 
 TEST(LoadOrderTest, TraceSingletonIsBuiltAfterTheConditions) {
@@ -115,17 +135,21 @@ TEST(LoadOrderTest, ThreadIdsNeedNoConstruction) {
 TEST(LoadOrderDeathTest, ObjectsGoInReverseOrderAndTheKeyGoesFirst) {
   EXPECT_EXIT(
       {
+        QIV_MemoryPoolGlobal_Init(0);
         g_reportEnd = true;
         std::exit(0);
       },
       ::testing::ExitedWithCode(0),
-      "after key: key there, singleton there, id kept\n"
-      "between: key gone, singleton there, id kept\n"
-      "before singleton: key gone, singleton gone, id kept\n"
-      "after conditions: key gone, singleton gone, id kept\n"
-      "before conditions: key gone, singleton gone, id kept\n"
-      "after timers: key gone, singleton gone, id kept\n"
-      "before timers: key gone, singleton gone, id kept\n");
+      "after key: key there, singleton there, memory there, id kept\n"
+      "between: key gone, singleton there, memory there, id kept\n"
+      "before singleton: key gone, singleton gone, memory there, id kept\n"
+      "after memory pool: key gone, singleton gone, memory there, id kept\n"
+      "(QIV_CondDestroy [^\n]*\n){5}"
+      "before memory pool: key gone, singleton gone, memory gone, id kept\n"
+      "after conditions: key gone, singleton gone, memory gone, id kept\n"
+      "before conditions: key gone, singleton gone, memory gone, id kept\n"
+      "after timers: key gone, singleton gone, memory gone, id kept\n"
+      "before timers: key gone, singleton gone, memory gone, id kept\n");
 }
 
 }  // namespace
