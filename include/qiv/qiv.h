@@ -14,6 +14,7 @@
 #include <qiv/error.h>
 #include <qiv/event.h>
 #include <qiv/library.h>
+#include <qiv/message_queue.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>
 #include <qiv/semaphore.h>
