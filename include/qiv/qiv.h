@@ -21,6 +21,7 @@
 #include <qiv/memory_pool.h>
 #include <qiv/memory_pool_ex.h>
 #include <qiv/memory_pool_global.h>
+#include <qiv/message_queue.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>
 #include <qiv/semaphore.h>

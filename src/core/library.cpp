@@ -6,6 +6,7 @@
 #include <qiv/error.h>
 #include <qiv/library.h>
 #include <qiv/memory_pool_global.h>
+#include <qiv/message_queue.h>
 #include <qiv/mutex.h>
 #include <qiv/socket.h>
 #include <qiv/thread_pool.h>
@@ -31,6 +32,7 @@ unsigned int g_startCount QIV_GUARDED_BY(g_libraryMutex) = 0;
 Service g_services[] QIV_GUARDED_BY(g_libraryMutex) = {
     {nullptr, QIV_FiniTimer_Inter, false},  // kept: never stopped, timers outlive a stop
     {QIV_InitNetwork_Inter, QIV_FiniNetwork_Inter, false},
+    {QIV_MsgQInitEx_Inter, QIV_MsgQFiniEx_Inter, false},
     {QIV_InitThreadPool_Inter, QIV_FiniThreadPool_Inter, false},
     {QIV_InitError_Inter, QIV_FiniError_Inter, false},
 };

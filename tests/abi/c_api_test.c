@@ -195,6 +195,24 @@ static void UseGlobalMemoryPool(void) {
   CHECK(QIV_InitMemoryPool_Inter(0) == 0);
 }
 
+static void UseMessageQueue(void) {
+  static QIV_MSG_BLOCK_T message;
+  QIV_MQ_INTER* queue = NULL;
+  CHECK(QIV_MsgQCreateEx(&queue) == 0);
+  message.iMsgType = 7;
+  message.iPriority = -1;
+  message.iMsgLen = 3;
+  memcpy(message.chMsgData, "abc", 3);
+  CHECK(QIV_MsgQSendEx(queue, &message) == 0);
+  memset(&message, 0, sizeof message);
+  message.iMsgLen = QIV_MSGQ_MAX_DATA;
+  CHECK(QIV_MsgQReceiveEx(queue, &message, QIV_INFINITE) == 0);
+  CHECK(message.iMsgType == 7 && message.iPriority == -1 && message.iMsgLen == 3);
+  CHECK(memcmp(message.chMsgData, "abc", 3) == 0);
+  CHECK(QIV_MsgQReceiveEx(queue, &message, 1) == -1);
+  CHECK(QIV_MsgQDestroyEx(queue) == 0);
+}
+
 static void UseTraceRecord(void) { CHECK(sizeof(QIV_TRACEINFO) > 2 * 64); }
 
 static void UseHashTables(void) {
@@ -339,6 +357,7 @@ int main(void) {
   UseMemoryPool();
   UseTrackedMemoryPool();
   UseGlobalMemoryPool();
+  UseMessageQueue();
   UseTraceRecord();
   UseHashTables();
   UseAlignedMemory();

@@ -1,0 +1,109 @@
+// The queue of message pointers.
+//
+// m_mutex guards the deque and the pointer to it. It is never held during a wait: m_sem counts the
+// pointers, and whoever takes a count looks for a pointer then. A destruction gives one count that
+// the threads waiting hand on from one to the next as they leave.
+#include <qiv/message_queue.h>
+#include <qiv/time_classes.h>
+
+#include <algorithm>
+#include <new>
+
+namespace qiv {
+namespace {
+
+constexpr int kNoLimit = -1;
+
+class QIV_SCOPED_CAPABILITY RecursiveLock {
+ public:
+  explicit RecursiveLock(qiv_recursive_mutex& mutex) noexcept QIV_ACQUIRE(mutex) : m_mutex(mutex) {
+    m_mutex.lock();
+  }
+  ~RecursiveLock() QIV_RELEASE() { m_mutex.unlock(); }
+  RecursiveLock(const RecursiveLock&) = delete;
+  RecursiveLock& operator=(const RecursiveLock&) = delete;
+
+ private:
+  qiv_recursive_mutex& m_mutex;
+};
+
+/** Whole milliseconds since `start`; 0 when the wall clock was set back. */
+qiv_int64 MillisecondsSince(const qiv_time_tick& start) {
+  qiv_time_tick spent;
+  spent -= start;
+  return std::max(qiv_time_tick::us2ms(spent.get_time()), 0LL);
+}
+
+}  // namespace
+
+qiv_msgq::qiv_msgq() noexcept : m_queue(nullptr) { init(); }
+
+qiv_msgq::~qiv_msgq() { destroy(); }
+
+int qiv_msgq::init() noexcept {
+  std::deque<QIV_MSG_BLOCK_T*>* queue = nullptr;
+  try {
+    queue = new std::deque<QIV_MSG_BLOCK_T*>;
+  } catch (const std::bad_alloc&) {
+    return QIV_ERROR;
+  }
+  const RecursiveLock lock(m_mutex);
+  // Kept: a deque that is there already is not deleted.
+  m_queue = queue;
+  return QIV_OK;
+}
+
+int qiv_msgq::putq(QIV_MSG_BLOCK_T* blk) noexcept {
+  if (blk == nullptr) return QIV_ERROR;
+  const RecursiveLock lock(m_mutex);
+  if (m_queue == nullptr) return QIV_ERROR;
+  try {
+    m_queue->push_back(blk);
+  } catch (const std::bad_alloc&) {
+    return QIV_ERROR;
+  }
+  m_sem.post_1();
+  return QIV_OK;
+}
+
+int qiv_msgq::getq(QIV_MSG_BLOCK_T** out, int timeout) {
+  if (out == nullptr) return QIV_ERROR;
+  {
+    const RecursiveLock lock(m_mutex);
+    if (m_queue == nullptr) return QIV_ERROR;
+  }
+  qiv_int64 remainingMs = timeout;
+  for (;;) {
+    const qiv_time_tick start;
+    if (m_sem.wait(static_cast<int>(remainingMs)) != 0) return QIV_ERROR;
+    const RecursiveLock lock(m_mutex);
+    if (m_queue == nullptr) {
+      m_sem.post_1();  // for the next thread that waits
+      return QIV_ERROR;
+    }
+    if (!m_queue->empty()) {
+      *out = m_queue->front();
+      m_queue->pop_front();
+      return QIV_OK;
+    }
+    // The count of a pointer that reset() has removed.
+    if (timeout == kNoLimit) continue;
+    remainingMs = std::max(remainingMs - MillisecondsSince(start), 0LL);
+    if (remainingMs == 0) return QIV_ERROR;
+  }
+}
+
+void qiv_msgq::reset() noexcept {
+  const RecursiveLock lock(m_mutex);
+  if (m_queue != nullptr) m_queue->clear();
+}
+
+void qiv_msgq::destroy() noexcept {
+  const RecursiveLock lock(m_mutex);
+  if (m_queue == nullptr) return;
+  delete m_queue;
+  m_queue = nullptr;
+  m_sem.post_1();
+}
+
+}  // namespace qiv
