@@ -14,9 +14,11 @@
 #include <qiv/error.h>
 #include <qiv/event.h>
 #include <qiv/library.h>
+#include <qiv/lockfree_queue.h>
 #include <qiv/message_queue.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>
+#include <qiv/refobj.h>
 #include <qiv/semaphore.h>
 #include <qiv/shared_mutex.h>
 #include <qiv/socket.h>
