@@ -17,6 +17,7 @@
 #include <qiv/event.h>
 #include <qiv/hash.h>
 #include <qiv/library.h>
+#include <qiv/lockfree_queue.h>
 #include <qiv/memory_block.h>
 #include <qiv/memory_pool.h>
 #include <qiv/memory_pool_ex.h>
@@ -24,6 +25,7 @@
 #include <qiv/message_queue.h>
 #include <qiv/mutex.h>
 #include <qiv/poll.h>
+#include <qiv/refobj.h>
 #include <qiv/semaphore.h>
 #include <qiv/shared_mutex.h>
 #include <qiv/socket.h>

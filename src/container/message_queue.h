@@ -26,6 +26,7 @@ struct MessageNode {
 
 }  // namespace qiv::container
 
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): the order of the fields is fixed
 struct alignas(8) QIV_MQ_INTER {
   std::atomic<int> bInUse{0};
   pthread_mutex_t hListMutex = PTHREAD_MUTEX_INITIALIZER;

@@ -27,11 +27,9 @@ class QIV_SCOPED_CAPABILITY RecursiveLock {
   qiv_recursive_mutex& m_mutex;
 };
 
-/** Whole milliseconds since `start`; 0 when the wall clock was set back. */
-qiv_int64 MillisecondsSince(const qiv_time_tick& start) {
-  qiv_time_tick spent;
-  spent -= start;
-  return std::max(qiv_time_tick::us2ms(spent.get_time()), 0LL);
+/** Whole milliseconds since a time of the wall clock; 0 when that was set back. */
+qiv_int64 MillisecondsSince(qiv_int64 start) {
+  return std::max(qiv_time_tick::us2ms(qiv_time_tick::now() - start), 0LL);
 }
 
 }  // namespace
@@ -74,7 +72,7 @@ int qiv_msgq::getq(QIV_MSG_BLOCK_T** out, int timeout) {
   }
   qiv_int64 remainingMs = timeout;
   for (;;) {
-    const qiv_time_tick start;
+    const qiv_int64 start = qiv_time_tick::now();
     if (m_sem.wait(static_cast<int>(remainingMs)) != 0) return QIV_ERROR;
     const RecursiveLock lock(m_mutex);
     if (m_queue == nullptr) {

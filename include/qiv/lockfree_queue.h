@@ -1,0 +1,116 @@
+/**
+ * @file
+ * A queue of counted objects for any number of threads: first in, first out, without limit. Exists
+ * in C++ only.
+ *
+ * Pushing takes no lock. Threads that pop take turns, and each frees the node that it has unlinked,
+ * for which it waits until the pushes are over that were under way at that moment: some hundred
+ * nanoseconds, unless the system has taken the processor from one of those threads. Pushes that
+ * begin later are not waited for.
+ */
+#ifndef QIV_LOCKFREE_QUEUE_H
+#define QIV_LOCKFREE_QUEUE_H
+
+#include <qiv/mutex.h>
+#include <qiv/refobj.h>
+#include <qiv/types.h>
+
+#ifdef __cplusplus
+
+#include <atomic>
+
+namespace qiv {
+
+/**
+ * The queue itself, without trace records. Applications use qiv_lockfreeQ, which has one of these
+ * and the same operations.
+ */
+class QIV_API qiv_lockfreeQImpl {
+ public:
+  /** An empty queue. Throws std::bad_alloc. */
+  qiv_lockfreeQImpl();
+  /** Drops the references to the elements left. No thread may use the queue any more. */
+  virtual ~qiv_lockfreeQImpl();
+  qiv_lockfreeQImpl(const qiv_lockfreeQImpl&) = delete;
+  qiv_lockfreeQImpl& operator=(const qiv_lockfreeQImpl&) = delete;
+
+  void push_back(cshared_ptr<cobject> value);
+  cshared_ptr<cobject> pop_front();
+  int empty() const noexcept;
+  int size() const noexcept;
+
+ private:
+  struct Node;
+
+  QIV_INTERNAL void link(Node* node) noexcept;
+  QIV_INTERNAL Node* unlinkDummy() noexcept QIV_REQUIRES(m_popMutex);
+  QIV_INTERNAL void waitForPushers() noexcept QIV_REQUIRES(m_popMutex);
+
+  std::atomic<Node*> m_head;  // the dummy, whose element has been handed out or never was
+  std::atomic<Node*> m_tail;  // the last node or, while a push is under way, one before it
+  unsigned int m_reserved;
+  std::atomic<int> m_count;
+  QIV_Mutex m_popMutex;
+  std::atomic<unsigned int> m_epoch;      // which one of the next counts new pushes
+  std::atomic<unsigned int> m_inside[2];  // pushes that may look at nodes
+};
+
+/**
+ * The queue. Trace records travel with the elements: a thread that pops one takes over the record
+ * that the thread had that pushed it.
+ *
+ * push_back(), pop_front(), empty() and size() may be called by any threads at once. What a thread
+ * did before it pushed an element is done for the thread that pops it. The elements that one thread
+ * pushes are popped in that order.
+ */
+class QIV_API qiv_lockfreeQ : public virtual qiv_refobj {
+ public:
+  /** An empty queue. When memory is short it holds nothing for its whole life; see size(). */
+  qiv_lockfreeQ() noexcept;
+  /** Drops the references to the elements left. No thread may use the queue any more. */
+  ~qiv_lockfreeQ() override;
+  qiv_lockfreeQ(const qiv_lockfreeQ&) = delete;
+  qiv_lockfreeQ& operator=(const qiv_lockfreeQ&) = delete;
+
+  /**
+   * Puts an element at the end and keeps a reference to it. The element's trace record becomes that
+   * of the calling thread, or all zero when it has none. An element may be in one queue at a time.
+   *
+   * Throws std::bad_alloc, and the queue is as it was.
+   *
+   * @param value  the element; null is ignored
+   */
+  void push_back(cshared_ptr<cobject> value);
+
+  /**
+   * Takes the first element. The element's trace record becomes that of the calling thread, unless
+   * it is empty: then the thread keeps the one it has.
+   *
+   * @return the element with the queue's reference to it; null when the queue is empty
+   */
+  cshared_ptr<cobject> pop_front();
+
+  /**
+   * Whether there was no element a moment ago.
+   *
+   * @return 1 or 0; 1 when the queue was made without memory
+   */
+  int empty() const noexcept;
+
+  /**
+   * How many elements there were a moment ago. While others push and pop it may be off by as many,
+   * even below 0.
+   *
+   * @return the number; -1 when the queue was made without memory
+   */
+  int size() const noexcept;
+
+ private:
+  qiv_lockfreeQImpl* m_impl;
+};
+
+}  // namespace qiv
+
+#endif  // __cplusplus
+
+#endif
