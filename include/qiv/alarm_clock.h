@@ -56,7 +56,7 @@ class QIV_API CAlarmClock {
    * alarms. In a callback of this clock it does not wait: the thread ends with that callback, and
    * the next Stop() elsewhere, or the destructor, releases it. Does nothing before Start().
    *
-   * A cancellation point: the thread of a cancelled Stop() is released by the next one.
+   * No cancellation point: a cancellation takes effect after it.
    */
   void Stop();
 

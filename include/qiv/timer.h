@@ -45,9 +45,8 @@ QIV_API int QIV_SetTimer(void (*callback)(unsigned int id, void* user), void* us
  *         -1 when `id` is above 255, or when the end would have to wait for the calling thread: in
  *         the timer's own callback, and in one that the timer's callback is about to end in turn
  * @par Errors         no errno
- * @par Thread safety  any threads, the same timer too; it must not be called under a lock that the
- *                     callback takes. A cancellation point: a timer whose kill was cancelled makes
- *                     no further call and is to be killed again.
+ * @par Thread safety  any threads, the same timer too; not under a lock that the callback takes. No
+ *                     cancellation point: a cancellation takes effect after it.
  * @par System         pthread_cond_signal(3p), pthread_join(3p)
  * @see QIV_SetTimer
  */
