@@ -56,8 +56,8 @@ class QIV_API CAlarmClock {
    * alarms. In a callback of this clock it does not wait: the thread ends with that callback, and
    * the next Stop() elsewhere, or the destructor, releases it. Does nothing before Start().
    *
-   * Must not be called under a lock, or in a callback, that a callback of this clock waits for. A
-   * cancellation point: the thread of a cancelled Stop() is released by the next one.
+   * Must not be called under a lock, or in a callback, that a callback of this clock waits for. No
+   * cancellation point: a cancellation takes effect after it.
    */
   void Stop();
 

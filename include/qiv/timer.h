@@ -46,9 +46,8 @@ QIV_API int QIV_SetTimer(void (*callback)(unsigned int id, void* user), void* us
  *         timer's own callback, and in one that the timer's callback is about to end in turn), or
  *         when the callback has let somebody else join or detach its thread
  * @par Errors         no errno
- * @par Thread safety  any threads, the same timer too; it must not be called under a lock that the
- *                     callback takes. A cancellation point: a timer whose kill was cancelled makes
- *                     no further call and is to be killed again.
+ * @par Thread safety  any threads, the same timer too; not under a lock that the callback takes. No
+ *                     cancellation point: a cancellation takes effect after it.
  * @par System         pthread_cond_signal(3p), pthread_join(3p)
  * @see QIV_SetTimer
  */

@@ -27,9 +27,17 @@ class QIV_SCOPED_CAPABILITY RecursiveLock {
   qiv_recursive_mutex& m_mutex;
 };
 
-/** Whole milliseconds since a time of the wall clock; 0 when that was set back. */
-qiv_int64 MillisecondsSince(qiv_int64 start) {
-  return std::max(qiv_time_tick::us2ms(qiv_time_tick::now() - start), 0LL);
+constexpr qiv_int64 kMicrosecondsPerMillisecond = 1000;
+
+/** Microseconds since a time of the wall clock; 0 when that was set back. */
+qiv_int64 MicrosecondsSince(qiv_int64 start) {
+  return std::max(qiv_time_tick::now() - start, 0LL);
+}
+
+/** Rounded up. */
+int ToMilliseconds(qiv_int64 microseconds) {
+  return static_cast<int>((microseconds + kMicrosecondsPerMillisecond - 1) /
+                          kMicrosecondsPerMillisecond);
 }
 
 }  // namespace
@@ -70,10 +78,10 @@ int qiv_msgq::getq(QIV_MSG_BLOCK_T** out, int timeout) {
     const RecursiveLock lock(m_mutex);
     if (m_queue == nullptr) return QIV_ERROR;
   }
-  qiv_int64 remainingMs = timeout;
+  qiv_int64 remaining = timeout * kMicrosecondsPerMillisecond;
   for (;;) {
     const qiv_int64 start = qiv_time_tick::now();
-    if (m_sem.wait(static_cast<int>(remainingMs)) != 0) return QIV_ERROR;
+    if (m_sem.wait(timeout < 0 ? timeout : ToMilliseconds(remaining)) != 0) return QIV_ERROR;
     const RecursiveLock lock(m_mutex);
     if (m_queue == nullptr) {
       m_sem.post_1();  // for the next thread that waits
@@ -86,8 +94,9 @@ int qiv_msgq::getq(QIV_MSG_BLOCK_T** out, int timeout) {
     }
     // The count of a pointer that reset() has removed.
     if (timeout == kNoLimit) continue;
-    remainingMs = std::max(remainingMs - MillisecondsSince(start), 0LL);
-    if (remainingMs == 0) return QIV_ERROR;
+    // In microseconds: the turns of many such counts are short.
+    remaining = std::max(remaining - MicrosecondsSince(start), 0LL);
+    if (remaining == 0) return QIV_ERROR;
   }
 }
 

@@ -29,7 +29,6 @@ CAlarmClock::CAlarmClock()
     : m_mutex(0), m_hThread(QIV_INVALID_ID), m_bStop(false), m_bWaiting(false) {}
 
 CAlarmClock::~CAlarmClock() {
-  const base::NoCancellation noCancellation;  // a destructor may not be left by unwinding
   Stop();
   DeleteAlarms();
 }
@@ -51,6 +50,8 @@ void CAlarmClock::Stop() {
     if (RequestStop()) DeleteAlarms();
     return;
   }
+  // Not every platform unwinds a thread that is cancelled in a join; the mutex would stay locked.
+  const base::NoCancellation noCancellation;
   const base::ScopedLock lock(m_mutex);
   // Kept: only the first stop deletes alarms, and the stop is never taken back.
   const bool isFirst = RequestStop();

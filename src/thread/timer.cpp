@@ -19,6 +19,7 @@
 #include <new>
 
 #include "base/load_order.h"
+#include "base/no_cancellation.h"
 #include "base/scoped_lock.h"
 #include "sync/platform_mutex.h"
 
@@ -122,48 +123,6 @@ void Free(Timer& timer) QIV_REQUIRES(g_timerTableMutex) {
   timer = Timer{};
 }
 
-// The marks of a kill and the end of its lock, as objects: a kill that is cancelled unwinds.
-
-class WaitMark {
- public:
-  WaitMark(Timer* caller, const Timer& timer) noexcept : m_caller(caller) {
-    if (m_caller != nullptr) m_caller->waitsFor = &timer;
-  }
-  ~WaitMark() {
-    if (m_caller != nullptr) m_caller->waitsFor = nullptr;
-  }
-  WaitMark(const WaitMark&) = delete;
-  WaitMark& operator=(const WaitMark&) = delete;
-
- private:
-  Timer* m_caller;
-};
-
-class KillMark {
- public:
-  explicit KillMark(Timer& timer) noexcept : m_timer(timer) { m_timer.isBeingKilled = 1; }
-  ~KillMark() {
-    m_timer.isBeingKilled = 0;
-    pthread_cond_broadcast(&g_killEnded);
-  }
-  KillMark(const KillMark&) = delete;
-  KillMark& operator=(const KillMark&) = delete;
-
- private:
-  Timer& m_timer;
-};
-
-class QIV_SCOPED_CAPABILITY ScopedUnlock {
- public:
-  explicit ScopedUnlock(QIV_Mutex& mutex) QIV_RELEASE(mutex) : m_mutex(mutex) { m_mutex.Unlock(); }
-  ~ScopedUnlock() QIV_RELEASE() QIV_NO_THREAD_SAFETY_ANALYSIS { m_mutex.Lock(); }
-  ScopedUnlock(const ScopedUnlock&) = delete;
-  ScopedUnlock& operator=(const ScopedUnlock&) = delete;
-
- private:
-  QIV_Mutex& m_mutex;
-};
-
 /** Waits until no other kill is at work on the timer; false when one has freed it. */
 bool WaitForOtherKill(const Timer& timer) QIV_REQUIRES(g_timerTableMutex) {
   const unsigned int serial = timer.serial;
@@ -184,22 +143,29 @@ bool StopAndJoin(Timer& timer) {
   return !hasThread || QIV_Thread_Wait(timer.thread) == QIV_OK;
 }
 
+/** With g_timerTableMutex released while it waits. */
+int StopAndFree(Timer& timer) QIV_REQUIRES(g_timerTableMutex) {
+  timer.isBeingKilled = 1;
+  g_timerTableMutex.Unlock();
+  const bool isJoined = StopAndJoin(timer);
+  g_timerTableMutex.Lock();
+  timer.isBeingKilled = 0;
+  if (isJoined) Free(timer);
+  pthread_cond_broadcast(&g_killEnded);
+  return isJoined ? QIV_OK : QIV_ERROR;
+}
+
 int Kill(Timer& timer) {
+  // Not every platform unwinds a thread that is cancelled in a join; the marks would stay.
+  const base::NoCancellation noCancellation;
   const base::ScopedLock lock(g_timerTableMutex);
   if (timer.used == 0) return QIV_OK;
   Timer* const caller = t_ownTimer;
   if (WaitsFor(timer, caller)) return QIV_ERROR;
-  const WaitMark waitMark(caller, timer);
-  if (!WaitForOtherKill(timer)) return QIV_OK;
-  const KillMark killMark(timer);
-  bool isJoined = false;
-  {
-    const ScopedUnlock unlock(g_timerTableMutex);
-    isJoined = StopAndJoin(timer);
-  }
-  if (!isJoined) return QIV_ERROR;
-  Free(timer);
-  return QIV_OK;
+  if (caller != nullptr) caller->waitsFor = &timer;
+  const int result = WaitForOtherKill(timer) ? StopAndFree(timer) : QIV_OK;
+  if (caller != nullptr) caller->waitsFor = nullptr;
+  return result;
 }
 
 }  // namespace

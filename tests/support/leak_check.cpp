@@ -27,17 +27,6 @@ void StartFirstThread() {
   pthread_attr_destroy(&attributes);
 }
 
-// A detached thread may still be on its way out when the test body ends.
-int CountUntilAtMost(const char* directory, int limit) {
-  const auto end = std::chrono::steady_clock::now() + TestLimit();
-  int count = CountEntries(directory);
-  while (count > limit && std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    count = CountEntries(directory);
-  }
-  return count;
-}
-
 }  // namespace
 
 int CountEntries(const char* directory) {
@@ -47,6 +36,16 @@ int CountEntries(const char* directory) {
   while (readdir(stream) != nullptr) ++count;
   closedir(stream);
   return count - 2;
+}
+
+int CountUntilAtMost(const char* directory, int limit) {
+  const auto end = std::chrono::steady_clock::now() + TestLimit();
+  int count = CountEntries(directory);
+  while (count > limit && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    count = CountEntries(directory);
+  }
+  return count;
 }
 
 void LeakCheckedTest::SetUp() {

@@ -9,6 +9,10 @@ namespace qiv::test {
 /** Entries of a directory, "." and ".." not counted; -1 when it cannot be read. */
 int CountEntries(const char* directory);
 
+/** The entries once there are at most `limit`, or when TestLimit() has passed first: threads that
+ *  have been joined may still be listed for a moment. */
+int CountUntilAtMost(const char* directory, int limit);
+
 class LeakCheckedTest : public ::testing::Test {
  protected:
   void SetUp() override;

@@ -37,7 +37,7 @@ TEST_F(AlarmClockStopTest, StopEndsTheThreadAndMayBeRepeated) {
   ASSERT_TRUE(m_clock.Start());
   m_clock.Stop();
   m_clock.Stop();
-  EXPECT_GE(before, CountEntries("/proc/self/task"));
+  EXPECT_LE(CountUntilAtMost("/proc/self/task", before), before);
 }
 
 TEST_F(AlarmClockStopTest, StopIsKeptOneWay) {
@@ -113,7 +113,7 @@ TEST_F(AlarmClockStopTest, StopInACallbackDeletesTheAlarmsAndLeavesTheThreadToAL
   ASSERT_TRUE(m_clock.Start());
   EXPECT_TRUE(m_firings.WaitFor(1));
   m_clock.Stop();
-  EXPECT_GE(before, CountEntries("/proc/self/task"));
+  EXPECT_LE(CountUntilAtMost("/proc/self/task", before), before);
   EXPECT_EQ((std::vector<int>{1}), m_firings.Ids());
 }
 
@@ -190,26 +190,38 @@ TEST_F(AlarmClockStopTest, ClockIsDestroyedThroughAPointerToIt) {
   EXPECT_EQ(1, destroyed);
 }
 
-void* StopClock(void* clock) {
-  Clock(clock).Stop();
-  return nullptr;
-}
+struct CancelledStop {
+  static void* Run(void* stop) {
+    auto* const self = static_cast<CancelledStop*>(stop);
+    self->thread.store(SystemThreadId(), std::memory_order_release);
+    self->clock.Stop();
+    self->hasReturned = true;
+    pthread_testcancel();
+    return nullptr;
+  }
+  explicit CancelledStop(CAlarmClock& stopped) : clock(stopped) {}
 
-TEST_F(AlarmClockStopTest, ClockCanBeStoppedAgainAfterAJoinWasCancelled) {
+  CAlarmClock& clock;
+  std::atomic<pid_t> thread{0};
+  bool hasReturned = false;
+};
+
+TEST_F(AlarmClockStopTest, StopIsNoCancellationPoint) {
   AlarmGate gate;
   ASSERT_TRUE(m_clock.AddAlarm(1, AlarmGate::Run, &gate, 0));
   ASSERT_TRUE(m_clock.Start());
   ASSERT_TRUE(gate.entered.Wait());
-  pthread_t stopper;
-  void* result = nullptr;
-  ASSERT_EQ(0, pthread_create(&stopper, nullptr, StopClock, &m_clock));
-  ASSERT_EQ(0, pthread_cancel(stopper));
-  ASSERT_EQ(0, pthread_join(stopper, &result));
-  EXPECT_EQ(PTHREAD_CANCELED, result);
-  SleepingCall again([this] { return Stop(m_clock); });
-  EXPECT_FALSE(again.HasReturned());
+  CancelledStop stop(m_clock);
+  pthread_t thread;
+  ASSERT_EQ(0, pthread_create(&thread, nullptr, CancelledStop::Run, &stop));
+  while (stop.thread.load(std::memory_order_acquire) == 0) std::this_thread::yield();
+  EXPECT_TRUE(WaitUntilAsleep(stop.thread.load(std::memory_order_acquire)));
+  EXPECT_EQ(0, pthread_cancel(thread));
   gate.letGo.Open();
-  EXPECT_TRUE(again.Get());
+  void* value = nullptr;
+  EXPECT_EQ(0, pthread_join(thread, &value));
+  EXPECT_EQ(PTHREAD_CANCELED, value) << "after the stop";
+  EXPECT_TRUE(stop.hasReturned);
 }
 
 TEST_F(AlarmClockStopTest, ClocksComeAndGoWhileTheirAlarmsFire) {

@@ -26,9 +26,12 @@ using qiv::test::Latch;
 using qiv::test::RunInThread;
 using qiv::test::ScaledLoad;
 using qiv::test::SleepingCall;
+using qiv::test::SystemThreadId;
+using qiv::test::WaitUntilAsleep;
 
 constexpr unsigned int kHour = 3600u * 1000;
 constexpr unsigned int kTimers = 256;
+constexpr int kNotReturned = 4711;
 
 void Count(unsigned int /*id*/, void* counter) { static_cast<CallCounter*>(counter)->Add(); }
 
@@ -194,41 +197,45 @@ TEST_F(TimerKillTest, KillThatAnotherOneForestalledLeavesTheNextTimerAlone) {
   EXPECT_EQ(0, QIV_KillTimer(0));
 }
 
-void* RunKillFirst(void* /*unused*/) {
-  KillFirst();
-  return nullptr;
-}
-
-TEST_F(TimerKillTest, TimerCanBeKilledAgainAfterAJoinWasCancelled) {
-  Gate gate;
-  ASSERT_EQ(0, QIV_SetTimer(Gate::Run, &gate, 0, nullptr));
-  ASSERT_TRUE(gate.entered.Wait());
-  for (int attempt = 0; attempt < 3; ++attempt) {
-    pthread_t killer;
-    void* result = nullptr;
-    ASSERT_EQ(0, pthread_create(&killer, nullptr, RunKillFirst, nullptr));
-    ASSERT_EQ(0, pthread_cancel(killer));
-    ASSERT_EQ(0, pthread_join(killer, &result));
-    EXPECT_EQ(PTHREAD_CANCELED, result);
+/** A thread that is cancelled while it kills the first timer. */
+struct CancelledKiller {
+  static void* Run(void* killer) {
+    auto* const self = static_cast<CancelledKiller*>(killer);
+    self->thread.store(SystemThreadId(), std::memory_order_release);
+    self->result = KillFirst();
+    pthread_testcancel();
+    return nullptr;
   }
-  SleepingCall last(KillFirst);
-  gate.letGo.Open();
-  EXPECT_EQ(0, last.Get());
-}
+  void Start() {
+    ASSERT_EQ(0, pthread_create(&handle, nullptr, Run, this));
+    while (thread.load(std::memory_order_acquire) == 0) std::this_thread::yield();
+    EXPECT_TRUE(WaitUntilAsleep(thread.load(std::memory_order_acquire)));
+    EXPECT_EQ(0, pthread_cancel(handle));
+  }
+  /** The result of the kill. */
+  int Join() {
+    void* value = nullptr;
+    EXPECT_EQ(0, pthread_join(handle, &value));
+    EXPECT_EQ(PTHREAD_CANCELED, value) << "after the kill";
+    return result;
+  }
 
-TEST_F(TimerKillTest, CancelledKillBehindAnotherOneDoesNotDisturbIt) {
+  pthread_t handle = {};
+  std::atomic<pid_t> thread{0};
+  int result = kNotReturned;
+};
+
+TEST_F(TimerKillTest, KillIsNoCancellationPoint) {
   Gate gate;
   ASSERT_EQ(0, QIV_SetTimer(Gate::Run, &gate, 0, nullptr));
   ASSERT_TRUE(gate.entered.Wait());
-  SleepingCall first(KillFirst);
-  pthread_t second;
-  void* result = nullptr;
-  ASSERT_EQ(0, pthread_create(&second, nullptr, RunKillFirst, nullptr));
-  ASSERT_EQ(0, pthread_cancel(second));
-  ASSERT_EQ(0, pthread_join(second, &result));
-  EXPECT_EQ(PTHREAD_CANCELED, result);
+  CancelledKiller first;
+  CancelledKiller second;
+  first.Start();
+  second.Start();
   gate.letGo.Open();
-  EXPECT_EQ(0, first.Get());
+  EXPECT_EQ(0, first.Join());
+  EXPECT_EQ(0, second.Join());
 }
 
 TEST_F(TimerKillTest, TimerWhoseCallbackEndedItsThreadIsKilledAsAnyOther) {
