@@ -44,12 +44,12 @@ QIV_API int QIV_MsgQCreateEx(QIV_MQ_INTER** out) QIV_NOEXCEPT;
 /**
  * Ends a queue made by QIV_MsgQCreateEx() and discards its messages.
  *
- * No thread should send or receive any more: those that do get -1, and the next queue that is made
- * may be at the same address.
+ * No thread should send or receive any more: those that do get -1, unless another queue has been
+ * made at the same address before they look.
  *
  * @param queue  the queue; null is refused
  * @return 0, also when the queue has been destroyed before; -1 when `queue` is null
- * @par Errors         no errno; two lines on standard error, of the queue's conditions
+ * @par Errors         no errno; two lines on standard error, of the conditions of a queue that ends
  * @par Thread safety  any threads
  * @par System         pthread_cond_destroy(3p), free(3)
  */
@@ -81,7 +81,8 @@ QIV_API int QIV_MsgQSendEx(QIV_MQ_INTER* queue, const QIV_MSG_BLOCK_T* msg) QIV_
  * @param msg         filled; null is refused. On entry its `iMsgLen` is the number of bytes that
  *                    there is room for in `chMsgData`.
  * @param timeout_ms  longest wait in milliseconds. 0 takes a message that is there, but otherwise
- *                    waits for the next send without limit and returns -1 without the message. All
+ *                    waits for the next send, or the queue's end, without limit and returns -1
+ *                    without the message. All
  *                    bits set is 4294967295 ms, as good as no limit.
  * @return 0; -1 when an argument is refused, the message is longer than there is room for, or the
  *         time has run out. `msg` is as it was unless the message was too long.
@@ -151,7 +152,8 @@ class QIV_API qiv_msgq {
 
   /**
    * Takes the first pointer, waiting for one. Cancellation point. Returns -1 early when the queue
-   * is destroyed meanwhile, and without a time-out also when a signal arrives.
+   * is destroyed meanwhile, unless init() follows before the thread has woken, and without a
+   * time-out also when a signal arrives.
    *
    * @param out      receives the pointer; null is refused. Not written on -1.
    * @param timeout  longest wait in milliseconds on the wall clock; -1 is no limit. With any other

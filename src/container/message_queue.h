@@ -45,7 +45,10 @@ static_assert(offsetof(QIV_MSG_BLOCK_T, chMsgData) == 12, "fields in order, with
 static_assert(sizeof(QIV_MSG_BLOCK_T) == 8108, "fields in order, without gaps");
 static_assert(sizeof(void*) != 4 || sizeof(qiv::container::MessageNode) == 8112, "no gaps");
 static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, pHead) == 176, "fields in order");
-static_assert(sizeof(QIV_MQ_INTER) % 8 == 0, "padded");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, nMsgCount) == 28, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, hArriveMutex) == 56, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, hArriveCond) == 128, "in order");
+static_assert(sizeof(void*) != 4 || sizeof(QIV_MQ_INTER) == 184, "padded");
 
 namespace qiv::container {
 

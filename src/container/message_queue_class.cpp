@@ -30,9 +30,7 @@ class QIV_SCOPED_CAPABILITY RecursiveLock {
 constexpr qiv_int64 kMicrosecondsPerMillisecond = 1000;
 
 /** Microseconds since a time of the wall clock; 0 when that was set back. */
-qiv_int64 MicrosecondsSince(qiv_int64 start) {
-  return std::max(qiv_time_tick::now() - start, 0LL);
-}
+qiv_int64 MicrosecondsSince(qiv_int64 start) { return std::max(qiv_time_tick::now() - start, 0LL); }
 
 /** Rounded up. */
 int ToMilliseconds(qiv_int64 microseconds) {
