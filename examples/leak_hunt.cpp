@@ -38,7 +38,7 @@ int main() {
   constexpr long long kNeverGiveBack = -1;
   constexpr int kOneThread = 1;
   QIV_HANDLE pool = QIV_MemoryPool_Create(sizeof(Order), kInitialRecords, kMostRecords,
-                                                kCheckBoundary, kNeverGiveBack, kOneThread);
+                                          kCheckBoundary, kNeverGiveBack, kOneThread);
   if (pool == nullptr) {
     std::fprintf(stderr, "leak_hunt: no memory\n");
     return 1;

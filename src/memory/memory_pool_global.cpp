@@ -53,9 +53,10 @@ std::size_t IndexOf(const SizeClass* sizeClass) {
 
 }  // namespace
 
+// The pools stay: threads may still use their memory while the process exits, and a child process
+// made by fork() has none of their threads.
 CGlobalMemoryPool::~CGlobalMemoryPool() {
   const Lock lock(m_mutex);
-  DestroyPools();
   g_isGone.store(true, std::memory_order_release);
 }
 
@@ -65,7 +66,9 @@ bool CGlobalMemoryPool::Init(unsigned int limit) noexcept {
   const Lock lock(m_mutex);
   if (IsGone()) return false;
   for (std::size_t i = 0; i < kClasses; ++i) {
-    if (!m_pools[i]) m_pools[i] = NewClassPool(limit, kSizeClasses[i].chunkSize);
+    if (m_pools[i] == nullptr) {
+      m_pools[i] = NewClassPool(limit, kSizeClasses[i].chunkSize).release();
+    }
   }
   m_isReady = AllExist();
   return m_isReady;
@@ -81,7 +84,7 @@ void* CGlobalMemoryPool::Alloc(unsigned int size) noexcept {
   if (!IsServed(sizeClass)) return nullptr;
   const Lock lock(m_mutex);
   if (IsGone()) return nullptr;
-  QIV_MemoryPoolEx* const pool = m_pools[IndexOf(sizeClass)].get();
+  QIV_MemoryPoolEx* const pool = m_pools[IndexOf(sizeClass)];
   if (pool == nullptr) return nullptr;
   const bool needsChunk = size > pool->IdleSize();
   if (needsChunk && Sum(&QIV_MemoryPoolEx::Size) + sizeClass->chunkSize >
@@ -103,7 +106,6 @@ void CGlobalMemoryPool::Free(void* pointer) noexcept {
   if (entry == m_mapPools.end()) return;
   entry->second->Free(pointer);
   memory::RemoveAndKeepNode(m_mapPools, m_mapSpareNodes, entry);
-  memory::LimitSpareNodes(m_mapPools, m_mapSpareNodes);
 }
 
 QIV_MemoryPoolEx* CGlobalMemoryPool::ClassPool(unsigned int& size) noexcept {
@@ -111,7 +113,7 @@ QIV_MemoryPoolEx* CGlobalMemoryPool::ClassPool(unsigned int& size) noexcept {
   if (!IsServed(sizeClass)) return nullptr;
   size = sizeClass->chunkSize;
   const Lock lock(m_mutex);
-  return IsGone() ? nullptr : m_pools[IndexOf(sizeClass)].get();
+  return IsGone() ? nullptr : m_pools[IndexOf(sizeClass)];
 }
 
 unsigned int CGlobalMemoryPool::Size() noexcept {
@@ -135,7 +137,10 @@ CGlobalMemoryPool::PoolPointer CGlobalMemoryPool::NewClassPool(unsigned int limi
 }
 
 void CGlobalMemoryPool::DestroyPools() {
-  for (PoolPointer& pool : m_pools) pool.reset();
+  for (QIV_MemoryPoolEx*& pool : m_pools) {
+    delete pool;
+    pool = nullptr;
+  }
   m_isReady = false;
   // What is still allocated is gone with its pool; a late free must not reach a later one.
   m_mapPools.clear();
@@ -144,13 +149,13 @@ void CGlobalMemoryPool::DestroyPools() {
 
 bool CGlobalMemoryPool::AllExist() const noexcept {
   return std::all_of(std::begin(m_pools), std::end(m_pools),
-                     [](const PoolPointer& pool) { return pool != nullptr; });
+                     [](const QIV_MemoryPoolEx* pool) { return pool != nullptr; });
 }
 
 qiv_uint64 CGlobalMemoryPool::Sum(Figure figure) const noexcept {
   qiv_uint64 sum = 0;
-  for (const PoolPointer& pool : m_pools) {
-    if (pool) sum += (pool.get()->*figure)();
+  for (const QIV_MemoryPoolEx* pool : m_pools) {
+    if (pool != nullptr) sum += (pool->*figure)();
   }
   return sum;
 }

@@ -48,7 +48,7 @@ class CGlobalMemoryPool {
   QIV_Mutex m_mutex;
   std::map<void*, QIV_MemoryPoolEx*> m_mapPools QIV_GUARDED_BY(m_mutex);
   std::multimap<void*, QIV_MemoryPoolEx*> m_mapSpareNodes QIV_GUARDED_BY(m_mutex);
-  PoolPointer m_pools[kClasses] QIV_GUARDED_BY(m_mutex);
+  QIV_MemoryPoolEx* m_pools[kClasses] QIV_GUARDED_BY(m_mutex) = {};  // owned
   bool m_isReady QIV_GUARDED_BY(m_mutex) = false;
 };
 

@@ -115,7 +115,7 @@ void CRealMemoryPool::Free(void* block) noexcept {
   if (m_eCheckState == kCheckOnceIdle) {
     base::Require(m_listIdleBlocks.size() == 1, "m_listIdleBlocks.size() == 1", kInFree);
     CheckIdleTimeout(m_iIdleTimeoutMillis);
-  } else if (m_bCheckIsLost) {
+  } else if (m_bCheckIsLost && m_iIdleTimeoutMillis >= 0) {
     CheckIdleTimeout(m_iIdleTimeoutMillis);
   }
 }
@@ -140,6 +140,7 @@ void CRealMemoryPool::CheckIdleTimeout(qiv_int64 delayedMillis) noexcept {
 void CRealMemoryPool::OnCheckIdleTimeoutTask(QIV_INT32 /*alarmId*/) noexcept {
   if (m_iIdleTimeoutMillis < 0) return;
   const PoolLock lock(m_mutex, m_bNoLock);
+  m_bCheckIsLost = false;
   const std::size_t idle = m_listIdleBlocks.size();
   if (idle == 0) {
     m_eCheckState = StateWithoutIdleBlocks();

@@ -104,7 +104,6 @@ void CRealMemoryPoolEx::Free(void* pointer) noexcept {
   CUsedRecord& record = *entry->second;
   CountFreed(record, kInFree);
   memory::RemoveAndKeepNode(m_mapUsedRecords, m_mapSpareNodes, entry);
-  memory::LimitSpareNodes(m_mapUsedRecords, m_mapSpareNodes);
   if (&record == m_pCurrentRecord) {
     GiveBackRoom(static_cast<char*>(pointer));
   } else if (record.m_iUsedNum == 0) {

@@ -49,15 +49,6 @@ void RemoveAndKeepNode(Map& map, Spares& spares, typename Map::iterator entry) {
   spares.insert(spares.end(), std::move(node));
 }
 
-/** Spare nodes that are kept beside as many as there are entries. */
-constexpr std::size_t kSpareNodesAtLeast = 1024;
-
-/** Gives spare nodes back that a peak has left. */
-template <class Map, class Spares>
-void LimitSpareNodes(const Map& map, Spares& spares) {
-  while (spares.size() > map.size() + kSpareNodesAtLeast) spares.erase(spares.begin());
-}
-
 }  // namespace qiv::memory
 
 #endif

@@ -159,14 +159,17 @@ static void RunThread(void* library) {
   if (wait(id) != 0 || runs != 1) Fail("the thread has not run");
 }
 
-/* Leaves the pool with its threads and something allocated. */
-static void LeaveGlobalPool(void* library) {
+/* Ends the pool with something still allocated. */
+static void UseGlobalPool(void* library) {
   PoolInit init;
   PoolAlloc alloc;
+  Function fini;
+  FindFunction(library, "QIV_FiniMemoryPool_Inter", &fini);
   FindFunction(library, "QIV_MemoryPoolGlobal_Init", &init);
   FindFunction(library, "QIV_MemoryPoolGlobal_Alloc", &alloc);
   if (init(0) != 1) Fail("QIV_MemoryPoolGlobal_Init failed");
   if (alloc(100) == NULL) Fail("QIV_MemoryPoolGlobal_Alloc failed");
+  if (fini() != 0) Fail("QIV_FiniMemoryPool_Inter failed");
 }
 
 static void RunRounds(const char* path, const char* mode, int rounds) {
@@ -177,7 +180,7 @@ static void RunRounds(const char* path, const char* mode, int rounds) {
     LookUpLibuuid(library);
     if (strcmp(mode, "start") == 0) StartAndStop(library);
     if (strcmp(mode, "threads") == 0) RunThread(library);
-    if (strcmp(mode, "pool") == 0) LeaveGlobalPool(library);
+    if (strcmp(mode, "pool") == 0) UseGlobalPool(library);
     if (dlclose(library) != 0) Fail(dlerror());
     if (dlopen(path, RTLD_NOW | RTLD_NOLOAD) != NULL) Fail("the library stays after dlclose()");
   }

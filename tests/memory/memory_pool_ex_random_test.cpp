@@ -129,23 +129,6 @@ TEST_F(MemoryPoolExRandomTest, ThreadsShareAPoolWhileItGivesChunksBack) {
   EXPECT_TRUE(Eventually([&] { return pool.Size() == pool.IdleSize() && pool.Size() <= 512; }));
 }
 
-TEST(SpareNodesTest, SparesOfAPeakAreGivenBackDownToAFixedNumber) {
-  std::map<void*, char*> map;
-  std::multimap<void*, char*> spares;
-  std::vector<char> bytes(3 * memory::kSpareNodesAtLeast);
-  for (char& byte : bytes) {
-    memory::AddSpareNode(spares);
-    EXPECT_TRUE(memory::EnterWithSpareNode(map, spares, &byte, &byte));
-  }
-  EXPECT_TRUE(spares.empty());
-  while (!map.empty()) {
-    memory::RemoveAndKeepNode(map, spares, map.begin());
-    memory::LimitSpareNodes(map, spares);
-    ASSERT_LE(spares.size(), map.size() + memory::kSpareNodesAtLeast);
-  }
-  EXPECT_EQ(memory::kSpareNodesAtLeast, spares.size());
-}
-
 TEST(SpareNodesTest, KeyThatIsThereGetsTheNewValue) {
   std::map<void*, int*> map;
   std::multimap<void*, int*> spares;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <random>
@@ -389,6 +390,15 @@ TEST_F(GlobalMemoryPoolTest, ThreadsUseItWhileItIsSwitchedOnAndOff) {
   for (ThreadResult<int>& user : users) EXPECT_EQ(0, user.Get());
   stops.store(false, std::memory_order_release);
   EXPECT_GT(switcher.Get(), 0);
+}
+
+// The child has the pools but none of their threads.
+TEST(MemoryPoolGlobalDeathTest, ChildProcessExitsWhileTheParentUsesThePool) {
+  ASSERT_EQ(1, QIV_MemoryPoolGlobal_Init(kMiB));
+  void* const bytes = QIV_MemoryPoolGlobal_Alloc(100);
+  EXPECT_EXIT(std::exit(0), ::testing::ExitedWithCode(0), "^$");
+  QIV_MemoryPoolGlobal_Free(bytes);
+  QIV_FiniMemoryPool_Inter();
 }
 
 }  // namespace
