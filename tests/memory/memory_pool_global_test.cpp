@@ -15,6 +15,7 @@
 #include "memory/tracked_pool_model.h"
 #include "support/captured_output.h"
 #include "support/failing_allocation.h"
+#include "support/latch.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
 #include "support/test_limit.h"
@@ -363,6 +364,19 @@ TEST_F(GlobalMemoryPoolTest, RandomTrafficDoesWhatTheModelDoes) {
 TEST_F(GlobalMemoryPoolTest, ThreadsUseItWhileItIsSwitchedOnAndOff) {
   const CapturedOutput output(STDOUT_FILENO);  // reports of what the stops found
   std::atomic<bool> stops{true};
+  Latch begun;
+  ThreadResult<int> switcher = RunInThread([&] {
+    int rounds = 0;
+    while (stops.load(std::memory_order_acquire)) {
+      QIV_MemoryPoolGlobal_Init(kLargestLimit);
+      QIV_MemoryPoolGlobal_IdleSize();
+      QIV_FiniMemoryPool_Inter();
+      ++rounds;
+      begun.Open();
+    }
+    return rounds;
+  });
+  ASSERT_TRUE(begun.Wait());
   std::vector<ThreadResult<int>> users;
   for (unsigned int seed = 1; seed <= 3; ++seed) {
     users.push_back(RunInThread([seed] {
@@ -377,16 +391,6 @@ TEST_F(GlobalMemoryPoolTest, ThreadsUseItWhileItIsSwitchedOnAndOff) {
       return 0;
     }));
   }
-  ThreadResult<int> switcher = RunInThread([&stops] {
-    int rounds = 0;
-    while (stops.load(std::memory_order_acquire)) {
-      QIV_MemoryPoolGlobal_Init(kLargestLimit);
-      QIV_MemoryPoolGlobal_IdleSize();
-      QIV_FiniMemoryPool_Inter();
-      ++rounds;
-    }
-    return rounds;
-  });
   for (ThreadResult<int>& user : users) EXPECT_EQ(0, user.Get());
   stops.store(false, std::memory_order_release);
   EXPECT_GT(switcher.Get(), 0);
