@@ -69,11 +69,12 @@ double PicosecondsPerPair() {
   Pool pool;
   void* volatile pointers[atOnce];
   const qiv::bench::Timer timer;
-  for (int round = 0; round < kPairs / atOnce; ++round) {
+  constexpr int kRounds = kPairs / atOnce;
+  for (int round = 0; round < kRounds; ++round) {
     for (void* volatile& pointer : pointers) pointer = pool.Alloc();
     for (void* volatile& pointer : pointers) pool.Free(pointer);
   }
-  return timer.Nanoseconds() * 1000 / (kPairs / atOnce * atOnce);
+  return timer.Nanoseconds() * 1000 / (kRounds * atOnce);
 }
 
 template <int atOnce>

@@ -37,8 +37,8 @@ int main() {
   constexpr int kCheckBoundary = 1;
   constexpr long long kNeverGiveBack = -1;
   constexpr int kOneThread = 1;
-  const QIV_HANDLE pool = QIV_MemoryPool_Create(sizeof(Order), kInitialRecords, kMostRecords,
-                                                kCheckBoundary, kNeverGiveBack, kOneThread);
+  QIV_HANDLE pool = QIV_MemoryPool_Create(sizeof(Order), kInitialRecords, kMostRecords,
+                                          kCheckBoundary, kNeverGiveBack, kOneThread);
   if (pool == nullptr) {
     std::fprintf(stderr, "leak_hunt: no memory\n");
     return 1;

@@ -392,7 +392,7 @@ TEST_F(MemoryPoolExTest, CreationWithoutMemoryGivesNoPoolOrOneThatWorks) {
 }
 
 TEST_F(MemoryPoolExTest, FunctionsOfAHandleDoWhatTheClassDoes) {
-  const QIV_HANDLE pool = QIV_MemoryPoolEx_Create(1, 2, 60000, 1, kChunk);
+  QIV_HANDLE pool = QIV_MemoryPoolEx_Create(1, 2, 60000, 1, kChunk);
   ASSERT_NE(nullptr, pool);
   char* const first = static_cast<char*>(QIV_MemoryPoolEx_Alloc(pool, 10));
   EXPECT_EQ(first + 10, QIV_MemoryPoolEx_Alloc(pool, 10));

@@ -313,7 +313,7 @@ TEST_F(MemoryPoolTest, PoolWithoutALockDoesWhatOneWithALockDoes) {
 }
 
 TEST_F(MemoryPoolTest, FunctionsOfAHandleDoWhatTheClassDoes) {
-  const QIV_HANDLE pool = QIV_MemoryPool_Create(20, 1, 2, 1, 60000, 1);
+  QIV_HANDLE pool = QIV_MemoryPool_Create(20, 1, 2, 1, 60000, 1);
   ASSERT_NE(nullptr, pool);
   void* const first = QIV_MemoryPool_Alloc(pool);
   void* const second = QIV_MemoryPool_Alloc(pool);
