@@ -4,10 +4,10 @@
 #include <qiv/time.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "base/contract.h"
 
@@ -26,8 +26,9 @@ constexpr base::ContractPlace kInTimeOffset = {
 qiv_uint64 CurrentTick() { return static_cast<qiv_uint64>(QIV_GetTimeTick64()); }
 
 char* Allocate(unsigned int size) {
-  if (size > SIZE_MAX - 2 * kGuardSize) return nullptr;  // on 32-bit systems
-  return static_cast<char*>(std::malloc(size + 2 * kGuardSize));
+  const qiv_uint64 bytes = qiv_uint64{size} + 2 * kGuardSize;
+  if (bytes > std::numeric_limits<std::size_t>::max()) return nullptr;  // on 32-bit systems
+  return static_cast<char*>(std::malloc(static_cast<std::size_t>(bytes)));
 }
 
 bool IsIntact(const char* guard) {

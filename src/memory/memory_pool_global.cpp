@@ -2,8 +2,9 @@
 //
 // m_mutex guards everything but the limit, and stands for the locks that the five pools do without.
 // Lock order: the library mutex, m_mutex, the pools' chunk pools. m_mutex is held while pools are
-// deleted, so that nobody uses one that goes. Threads that still run while the process exits find
-// g_isGone set; the lock may be no more then, and is not needed.
+// deleted, so that nobody uses one that goes. g_isGone is set under it when the process exits or
+// the library is unloaded: threads that still run then look before they take the lock, which may be
+// no more, and again once they have it.
 #include "memory/memory_pool_global.h"
 
 #include <qiv/memory_pool_global.h>
@@ -160,17 +161,25 @@ qiv_uint64 CGlobalMemoryPool::Sum(Figure figure) const noexcept {
   return sum;
 }
 
-bool QIV_InitMemoryPool(unsigned int limit) noexcept { return g_globalMemoryPool.Init(limit); }
-
-void QIV_FiniMemoryPool() { g_globalMemoryPool.Fini(); }
-
-QIV_MemoryPoolEx* QIV_GetMemoryPoolEx(unsigned int& size) noexcept {
-  return g_globalMemoryPool.ClassPool(size);
+bool QIV_InitMemoryPool(unsigned int limit) noexcept {
+  return !IsGone() && g_globalMemoryPool.Init(limit);
 }
 
-unsigned int QIV_GetMemoryPoolExTotalSize() noexcept { return g_globalMemoryPool.Size(); }
+void QIV_FiniMemoryPool() {
+  if (!IsGone()) g_globalMemoryPool.Fini();
+}
 
-unsigned int QIV_GetMemoryPoolExTotalIdleSize() noexcept { return g_globalMemoryPool.IdleSize(); }
+QIV_MemoryPoolEx* QIV_GetMemoryPoolEx(unsigned int& size) noexcept {
+  return IsGone() ? nullptr : g_globalMemoryPool.ClassPool(size);
+}
+
+unsigned int QIV_GetMemoryPoolExTotalSize() noexcept {
+  return IsGone() ? 0 : g_globalMemoryPool.Size();
+}
+
+unsigned int QIV_GetMemoryPoolExTotalIdleSize() noexcept {
+  return IsGone() ? 0 : g_globalMemoryPool.IdleSize();
+}
 
 }  // namespace qiv
 
@@ -181,10 +190,12 @@ int QIV_MemoryPoolGlobal_Init(unsigned int limit) noexcept {
 }
 
 void* QIV_MemoryPoolGlobal_Alloc(unsigned int size) noexcept {
-  return qiv::g_globalMemoryPool.Alloc(size);
+  return qiv::IsGone() ? nullptr : qiv::g_globalMemoryPool.Alloc(size);
 }
 
-void QIV_MemoryPoolGlobal_Free(void* pointer) noexcept { qiv::g_globalMemoryPool.Free(pointer); }
+void QIV_MemoryPoolGlobal_Free(void* pointer) noexcept {
+  if (!qiv::IsGone()) qiv::g_globalMemoryPool.Free(pointer);
+}
 
 unsigned int QIV_MemoryPoolGlobal_Size(void) noexcept {
   return qiv::QIV_GetMemoryPoolExTotalSize();

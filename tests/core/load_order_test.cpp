@@ -66,7 +66,7 @@ class Probe {
     const unsigned int key = qiv::g_qiv_store_tls_handle.load();
     const int erase = EraseTraceInfo();
     void* const bytes = QIV_MemoryPoolGlobal_Alloc(1);
-    QIV_MemoryPoolGlobal_Free(bytes);
+    QIV_MemoryPoolGlobal_Free(bytes == nullptr ? this : bytes);
     std::fprintf(stderr, "%s: key %s, singleton %s, memory %s, id %s\n", m_name,
                  key == QIV_INVALID_ID ? "gone" : "there", erase == 0 ? "there" : "gone",
                  bytes == nullptr ? "gone" : "there",

@@ -8,7 +8,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <regex>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "support/captured_output.h"
 #include "support/failing_allocation.h"
 #include "support/leak_check.h"
+#include "support/matches.h"
 
 namespace qiv::test {
 namespace {
@@ -200,15 +200,15 @@ TEST_F(MemoryPoolTest, EachBlockThatIsStillLentIsReportedAtTheEndInOrderOfItsAdd
       "0x" +
       PointerText(reinterpret_cast<void*>(static_cast<std::uintptr_t>(QIV_Thread_GetSelfId())));
   for (std::size_t i = 0; i < lines.size(); ++i) {
-    const std::regex form(
-        "memory_pool\\[[^\\]]+\\] check memory leaked, Block: "
+    const std::string form(
+        "memory_pool\\[[^]]+\\] check memory leaked, Block: "
         "\\{ \"BlockSize\": 24, \"Alloc\": \"0x" +
         PointerText(static_cast<char*>(lost[i]) - 4) + "\", \"User\": \"0x" + PointerText(lost[i]) +
         "\", \"Used\": true, \"LastThreadId\": \"" + self +
         "\", \"CreateTime\": \".{24}\", \"LastTime\": \".{24}\""
         ", \"HeaderBoundary\": \" 0x16 0x16 0x16 0x16\""
         ", \"TailBoundary\": \" 0x16 0x16 0x16 0x16\" \\}");
-    EXPECT_TRUE(std::regex_match(lines[i], form)) << lines[i];
+    EXPECT_TRUE(Matches(lines[i], form)) << lines[i];
   }
 }
 
@@ -313,7 +313,7 @@ TEST_F(MemoryPoolTest, PoolWithoutALockDoesWhatOneWithALockDoes) {
 }
 
 TEST_F(MemoryPoolTest, FunctionsOfAHandleDoWhatTheClassDoes) {
-  const QIV_HANDLE pool = QIV_MemoryPool_Create(20, 1, 2, 1, 60000, 1);
+  QIV_HANDLE pool = QIV_MemoryPool_Create(20, 1, 2, 1, 60000, 1);
   ASSERT_NE(nullptr, pool);
   void* const first = QIV_MemoryPool_Alloc(pool);
   void* const second = QIV_MemoryPool_Alloc(pool);
