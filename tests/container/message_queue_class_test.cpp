@@ -54,7 +54,7 @@ TEST_F(MessageQueueClassTest, PointersComeInTheOrderOfTheirArrivalWhateverTheirP
     ASSERT_EQ(0, m_queue.putq(&m_blocks[i]));
   }
   ASSERT_EQ(0, m_queue.putq(&m_blocks[0])) << "the same one twice";
-  for (const std::size_t i : {0, 1, 2, 0}) EXPECT_EQ(&m_blocks[i], Take());
+  for (const std::size_t i : {0U, 1U, 2U, 0U}) EXPECT_EQ(&m_blocks[i], Take());
   EXPECT_EQ(nullptr, Take());
 }
 

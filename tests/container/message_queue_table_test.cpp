@@ -63,8 +63,8 @@ TEST_F(MessageQueueTableTest, AHundredQueuesCanBeMadeAndNoMore) {
 
 TEST_F(MessageQueueTableTest, CreateTakesTheLowestFreePlace) {
   const auto queues = TakeEveryPlace();
-  for (const std::size_t place : {70, 3, 99}) EXPECT_EQ(0, QIV_MsgQDestroyEx(queues[place]));
-  for (const std::size_t place : {3, 70, 99}) {
+  for (const std::size_t place : {70U, 3U, 99U}) EXPECT_EQ(0, QIV_MsgQDestroyEx(queues[place]));
+  for (const std::size_t place : {3U, 70U, 99U}) {
     QIV_MQ_INTER* queue = nullptr;
     EXPECT_EQ(0, QIV_MsgQCreateEx(&queue));
     EXPECT_EQ(queues[place], queue);
