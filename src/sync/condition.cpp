@@ -31,12 +31,19 @@ std::atomic<bool> g_mapIsGone{false};
 
 bool MapIsGone() { return g_mapIsGone.load(std::memory_order_acquire); }
 
+void FreeAttribute(pthread_condattr_t* attribute) {
+  pthread_condattr_destroy(attribute);
+  delete attribute;
+}
+
 /** Destroyed before the lock and the map. */
 class EndOfMap {
  public:
   constexpr EndOfMap() noexcept = default;
   ~EndOfMap() {
     const base::ScopedLock lock(g_lockCondAttr);
+    // A condition that is left does not need its attribute.
+    for (const auto& entry : g_mapCondAttr) FreeAttribute(entry.second);
     g_mapIsGone.store(true, std::memory_order_release);
   }
   EndOfMap(const EndOfMap&) = delete;
@@ -44,11 +51,6 @@ class EndOfMap {
 };
 
 QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_END) EndOfMap g_endOfMap;
-
-void FreeAttribute(pthread_condattr_t* attribute) {
-  pthread_condattr_destroy(attribute);
-  delete attribute;
-}
 
 struct AttributeDeleter {
   void operator()(pthread_condattr_t* attribute) const { FreeAttribute(attribute); }
