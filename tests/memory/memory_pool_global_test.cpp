@@ -356,7 +356,9 @@ TEST_F(GlobalMemoryPoolTest, RandomTrafficDoesWhatTheModelDoes) {
     ASSERT_EQ(model.Size(), QIV_MemoryPoolGlobal_Size()) << i;
     ASSERT_EQ(model.IdleSize(), QIV_MemoryPoolGlobal_IdleSize()) << i;
   }
-  EXPECT_GT(refused, 0) << "the limit was never met";
+  if (ScaledLoad(100) == 100) {  // less traffic may stay below the limit
+    EXPECT_GT(refused, 0) << "the limit was never met";
+  }
   for (const auto& allocation : live) QIV_MemoryPoolGlobal_Free(allocation.first);
   EXPECT_EQ(QIV_MemoryPoolGlobal_Size(), QIV_MemoryPoolGlobal_IdleSize());
 }
