@@ -1,7 +1,9 @@
-// Holds a mutex of the library's mutex classes from construction to the end of the scope.
+// Holds a mutex from construction to the end of the scope: one of the library's mutex classes or a
+// platform mutex.
 #ifndef QIV_BASE_SCOPED_LOCK_H
 #define QIV_BASE_SCOPED_LOCK_H
 
+#include <pthread.h>
 #include <qiv/types.h>
 
 namespace qiv::base {
@@ -16,6 +18,21 @@ class QIV_SCOPED_CAPABILITY ScopedLock {
 
  private:
   Mutex& m_mutex;
+};
+
+/** Of records that hold platform mutexes. */
+template <>
+class ScopedLock<pthread_mutex_t> {
+ public:
+  explicit ScopedLock(pthread_mutex_t& mutex) noexcept : m_mutex(mutex) {
+    pthread_mutex_lock(&m_mutex);
+  }
+  ~ScopedLock() { pthread_mutex_unlock(&m_mutex); }
+  ScopedLock(const ScopedLock&) = delete;
+  ScopedLock& operator=(const ScopedLock&) = delete;
+
+ private:
+  pthread_mutex_t& m_mutex;
 };
 
 }  // namespace qiv::base

@@ -26,24 +26,23 @@ struct NodeDeleter {
 };
 using NodePointer = std::unique_ptr<MessageNode, NodeDeleter>;
 
-/** Holds a mutex until Release() or the end of the scope, also when the thread is cancelled. */
+/** Holds a mutex, if it could be taken, until the end of the scope, also when the thread is
+ *  cancelled. */
 class MutexHold {
  public:
   explicit MutexHold(pthread_mutex_t* mutex) noexcept
       : m_mutex(mutex), m_isHeld(QIV_MutexLock(mutex) == QIV_OK) {}
-  ~MutexHold() { Release(); }
+  ~MutexHold() {
+    if (m_isHeld) QIV_MutexUnlock(m_mutex);
+  }
   MutexHold(const MutexHold&) = delete;
   MutexHold& operator=(const MutexHold&) = delete;
 
   bool IsHeld() const noexcept { return m_isHeld; }
-  void Release() noexcept {
-    if (m_isHeld) QIV_MutexUnlock(m_mutex);
-    m_isHeld = false;
-  }
 
  private:
   pthread_mutex_t* m_mutex;
-  bool m_isHeld;
+  const bool m_isHeld;
 };
 
 bool IsInUse(const QIV_MQ_INTER* queue) {
@@ -65,7 +64,7 @@ bool LockList(QIV_MQ_INTER* queue) {
 void UnlockList(QIV_MQ_INTER* queue) { QIV_MutexUnlock(&queue->hListMutex); }
 
 void Broadcast(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-  const MutexHold hold(mutex);
+  const base::ScopedLock lock(*mutex);
   QIV_CondBroadCast(condition);
 }
 
@@ -85,7 +84,7 @@ bool Open(QIV_MQ_INTER* queue) {
     QIV_CondDestroy(&queue->hArriveCond);
     return false;
   }
-  const MutexHold hold(&queue->hListMutex);
+  const base::ScopedLock lock(queue->hListMutex);
   SetInUse(queue, 1);
   return true;
 }
@@ -94,7 +93,7 @@ bool Open(QIV_MQ_INTER* queue) {
 void Close(QIV_MQ_INTER* queue) {
   if (!IsInUse(queue)) return;
   {
-    const MutexHold hold(&queue->hListMutex);
+    const base::ScopedLock lock(queue->hListMutex);
     FreeNodes(queue);
     SetInUse(queue, 0);
     // A condition may not be destroyed while threads wait for it.

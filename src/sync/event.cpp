@@ -15,6 +15,7 @@
 #include <new>
 
 #include "base/no_cancellation.h"
+#include "base/scoped_lock.h"
 
 namespace qiv::sync {
 namespace {
@@ -52,7 +53,7 @@ void PublishToWaits(QIV_EVENT_T& record) {
 }
 
 int SetUnderLock(QIV_EVENT_T* record) {
-  const PipeLock lock(*record);
+  const qiv::base::ScopedLock lock(record->mutex);
   if (QIV_ReadPipe_Inter(record) != QIV_TRUE) {
     QIV_OutputDebug("zelmar !!! QIV_SetEvent read pipe return error %d 1\n", errno);
     return QIV_FALSE;
@@ -66,9 +67,6 @@ int SetUnderLock(QIV_EVENT_T* record) {
 }
 
 }  // namespace
-
-PipeLock::PipeLock(QIV_EVENT_T& record) : m_record(record) { QIV_MutexLock(&m_record.mutex); }
-PipeLock::~PipeLock() { QIV_MutexUnlock(&m_record.mutex); }
 
 void ClosePipe(QIV_EVENT_T& record) {
   if (ReadEnd(record) == kNoDescriptor) return;
@@ -128,7 +126,7 @@ int QIV_CloseEvent(QIV_HANDLE event) noexcept {
   QIV_EVENT_T* const record = RecordOf(event);
   {
     // The thread whose signal led here may still hold it.
-    const PipeLock lock(*record);
+    const qiv::base::ScopedLock lock(record->mutex);
     ClosePipe(*record);
   }
   QIV_ClearEventMutex_Inter(record);
@@ -153,7 +151,7 @@ int QIV_ResetEvent(QIV_HANDLE event) noexcept {
   }
   QIV_EVENT_T* const record = RecordOf(event);
   const qiv::base::NoCancellation noCancellation;
-  const PipeLock lock(*record);
+  const qiv::base::ScopedLock lock(record->mutex);
   if (ReadEnd(*record) == kNoDescriptor) {
     QIV_OutputDebug("zelmar !!! QIV_ResetEvent (pEvent->iPipeFd[0] == -1) return error 1\n");
     return QIV_FALSE;

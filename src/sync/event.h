@@ -51,18 +51,6 @@ inline int ReadEnd(const QIV_EVENT_T& record) {
   return record.iPipeFd[0].load(std::memory_order_acquire);
 }
 
-/** Keeps other threads from changing the record's pipe. */
-class PipeLock {
- public:
-  explicit PipeLock(QIV_EVENT_T& record);
-  ~PipeLock();
-  PipeLock(const PipeLock&) = delete;
-  PipeLock& operator=(const PipeLock&) = delete;
-
- private:
-  QIV_EVENT_T& m_record;
-};
-
 /** Closes what is open of the pipe; the caller sees to it that nobody else uses it. */
 void ClosePipe(QIV_EVENT_T& record);
 

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "base/no_cancellation.h"
+#include "base/scoped_lock.h"
 #include "sync/event.h"
 
 namespace qiv::sync {
@@ -58,7 +59,7 @@ unsigned int PollModeFor(unsigned int mask) {
 }
 
 void Bind(QIV_EVENT_T& record, int socket, unsigned int mask) {
-  const PipeLock lock(record);
+  const base::ScopedLock lock(record.mutex);
   ClosePipe(record);
   record.networkEventMask.store(mask, std::memory_order_relaxed);
   record.socket.store(socket, std::memory_order_relaxed);

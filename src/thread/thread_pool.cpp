@@ -6,6 +6,7 @@
 
 #include <qiv/condition.h>
 #include <qiv/debug.h>
+#include <qiv/mutex.h>
 #include <qiv/semaphore.h>
 #include <qiv/thread.h>
 
@@ -79,7 +80,7 @@ void JoinRetiredWorker(QIV_THREADPOOL* pool) {
   const base::NoCancellation noCancellation;
   unsigned int retired = QIV_INVALID_ID;
   {
-    const PoolLock lock(pool);
+    const base::ScopedLock lock(pool->mutex);
     retired = std::exchange(pool->lastRetired, QIV_INVALID_ID);
   }
   if (retired != QIV_INVALID_ID) QIV_Thread_Wait(retired);
@@ -88,7 +89,7 @@ void JoinRetiredWorker(QIV_THREADPOOL* pool) {
 /** Fills a reserved record, which stays closed, and starts the workers that a pool begins with. */
 bool StartFirstWorkers(QIV_THREADPOOL* pool, const PoolSize& size) {
   {
-    const PoolLock lock(pool);
+    const base::ScopedLock lock(pool->mutex);
     pool->nInitCount = size.initCount;
     pool->nStackSize = size.stackSize;
     pool->nMaxCount = size.maxCount;
@@ -104,7 +105,7 @@ bool StartFirstWorkers(QIV_THREADPOOL* pool, const PoolSize& size) {
 }
 
 void Open(QIV_THREADPOOL* pool) {
-  const PoolLock lock(pool);
+  const base::ScopedLock lock(pool->mutex);
   pool->bQuit = 0;
 }
 
@@ -119,7 +120,7 @@ bool IsOwnWorker(const QIV_THREADPOOL& pool) {
 
 /** Refuses work from now on; false when the pool is closed already or its own worker calls. */
 bool Close(QIV_THREADPOOL* pool) {
-  const PoolLock lock(pool);
+  const base::ScopedLock lock(pool->mutex);
   if (pool->bQuit != 0 || IsOwnWorker(*pool)) return false;
   pool->bQuit = 1;
   for (WaitingSubmitter* waiting = pool->firstWaiting; waiting != nullptr;
@@ -131,7 +132,7 @@ bool Close(QIV_THREADPOOL* pool) {
 
 /** Closes a pool that nobody would miss: it has no worker and no submitter waits. */
 bool CloseUnused(QIV_THREADPOOL* pool) {
-  const PoolLock lock(pool);
+  const base::ScopedLock lock(pool->mutex);
   if (pool->bQuit != 0 || pool->nCurrCount != 0 || pool->nWaiting != 0) return false;
   pool->bQuit = 1;
   return true;
@@ -140,7 +141,7 @@ bool CloseUnused(QIV_THREADPOOL* pool) {
 /** Waits until no submitter is left that was waiting as the pool was closed. */
 void WaitForSubmitters(QIV_THREADPOOL* pool) {
   const base::NoCancellation noCancellation;
-  const PoolLock lock(pool);
+  const base::ScopedLock lock(pool->mutex);
   while (pool->nWaiting != 0) pthread_cond_wait(&pool->submittersLeft, &pool->mutex);
 }
 
@@ -220,7 +221,7 @@ int Submit(QIV_THREADPOOL* pool, ThreadRoutine work, void* param, bool wait) {
     QIV_OutputDebug("zelmar !!! QIV_ThreadPool_Work param error, return -1 1\n");
     return QIV_ERROR;
   }
-  const PoolLock lock(pool);
+  const base::ScopedLock lock(pool->mutex);
   if (pool->bQuit != 0) return QIV_ERROR;
   const Handover result = HandOver(pool, work, param);
   if (result == Handover::kAllBusy && wait) return WaitForWorker(pool, work, param);

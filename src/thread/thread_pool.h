@@ -8,7 +8,6 @@
 #define QIV_THREAD_THREAD_POOL_H
 
 #include <pthread.h>
-#include <qiv/mutex.h>
 #include <qiv/thread_pool.h>
 #include <qiv/trace_info.h>
 #include <qiv/types.h>
@@ -72,18 +71,6 @@ static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, hThread) == 
 static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, traceInfo) == 44,
               "fields in order");
 static_assert(sizeof(void*) != 4 || sizeof(QIV_THREADPOOL_THREAD) == 244, "fields in order");
-
-/** Holds a pool's mutex to the end of the scope. */
-class PoolLock {
- public:
-  explicit PoolLock(QIV_THREADPOOL* pool) noexcept : m_pool(pool) { QIV_MutexLock(&pool->mutex); }
-  ~PoolLock() { QIV_MutexUnlock(&m_pool->mutex); }
-  PoolLock(const PoolLock&) = delete;
-  PoolLock& operator=(const PoolLock&) = delete;
-
- private:
-  QIV_THREADPOOL* m_pool;
-};
 
 /** Claims the idle worker with the lowest index; null when there is none. */
 QIV_THREADPOOL_THREAD* QIV_GetIdle_Local(QIV_THREADPOOL* pool) noexcept;

@@ -4,6 +4,7 @@
 // claimed under the pool's mutex; so a worker that gives up waiting finds under that mutex whether
 // it was handed something after all.
 #include <qiv/debug.h>
+#include <qiv/mutex.h>
 #include <qiv/semaphore.h>
 #include <qiv/thread.h>
 
@@ -11,6 +12,7 @@
 #include <utility>
 
 #include "base/no_cancellation.h"
+#include "base/scoped_lock.h"
 #include "sync/semaphore_wait.h"
 #include "thread/thread_pool.h"
 
@@ -105,7 +107,7 @@ bool Retire(QIV_THREADPOOL_THREAD* slot) {
   unsigned int predecessor = QIV_INVALID_ID;
   {
     QIV_THREADPOOL* const pool = slot->pThreadPool;
-    const PoolLock lock(pool);
+    const base::ScopedLock lock(pool->mutex);
     if (QIV_SemTimedWait(&slot->sem, 0) == QIV_OK) return false;
     predecessor = std::exchange(pool->lastRetired, slot->hThread);
     Leave(slot);
@@ -138,7 +140,7 @@ bool MustQuit(const QIV_THREADPOOL_THREAD& slot) {
 
 /** After an item: true with the next one, if a submitter waits; otherwise the worker is idle. */
 bool TakeNextOrSetIdle(QIV_THREADPOOL_THREAD* slot) {
-  const PoolLock lock(slot->pThreadPool);
+  const base::ScopedLock lock(slot->pThreadPool->mutex);
   if (MustQuit(*slot)) return false;
   if (TakeFromSubmitter(slot)) return true;
   SetIdle(slot);
@@ -167,7 +169,7 @@ QIV_THREADPOOL_THREAD* QIV_GetIdle_Local(QIV_THREADPOOL* pool) noexcept {
     QIV_OutputDebug("zelmar !!! QIV_GetIdle_Local pThreadPool == NULL error, return NULL 1\n");
     return nullptr;
   }
-  const PoolLock lock(pool);
+  const base::ScopedLock lock(pool->mutex);
   for (unsigned int i = 0; pool->nIdle != 0 && i < pool->nMaxCount; ++i) {
     QIV_THREADPOOL_THREAD* const slot = &pool->threads[i];
     if (slot->bIdle == 0) continue;
@@ -206,7 +208,7 @@ int QIV_CreateThread_Local(QIV_THREADPOOL* pool) noexcept {
 
 int QIV_DestroyThread_Local(QIV_THREADPOOL* pool) noexcept {
   const base::NoCancellation noCancellation;
-  const PoolLock lock(pool);
+  const base::ScopedLock lock(pool->mutex);
   if (pool->nCurrCount == 0) return QIV_ERROR;
   QIV_THREADPOOL_THREAD* const slot = FirstWorker(pool);
   if (slot == nullptr) return QIV_OK;

@@ -64,24 +64,13 @@ unsigned int g_lastSerial QIV_GUARDED_BY(g_timerTableMutex) = 0;
 /** Signalled, under g_timerTableMutex, when a kill has freed its timer or given up. */
 pthread_cond_t g_killEnded = PTHREAD_COND_INITIALIZER;
 
-class EntryLock {
- public:
-  explicit EntryLock(Timer& timer) noexcept : m_mutex(&timer.mutex) { QIV_MutexLock(m_mutex); }
-  ~EntryLock() { QIV_MutexUnlock(m_mutex); }
-  EntryLock(const EntryLock&) = delete;
-  EntryLock& operator=(const EntryLock&) = delete;
-
- private:
-  pthread_mutex_t* m_mutex;
-};
-
 bool IsStopped(Timer& timer) {
-  const EntryLock lock(timer);
+  const base::ScopedLock lock(timer.mutex);
   return timer.stop != 0;
 }
 
 void SleepUnlessStopped(Timer& timer, unsigned int period) {
-  const EntryLock lock(timer);
+  const base::ScopedLock lock(timer.mutex);
   if (timer.stop == 0) timer.condition->TimedWait(&timer.mutex, period);
 }
 
@@ -135,7 +124,7 @@ bool WaitForOtherKill(const Timer& timer) QIV_REQUIRES(g_timerTableMutex) {
 /** False when the thread cannot be joined, so that it may still use the entry. */
 bool StopAndJoin(Timer& timer) {
   {
-    const EntryLock lock(timer);
+    const base::ScopedLock lock(timer.mutex);
     timer.stop = 1;
     timer.condition->Signal();
   }

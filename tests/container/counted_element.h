@@ -2,9 +2,12 @@
 #ifndef QIV_TESTS_CONTAINER_COUNTED_ELEMENT_H
 #define QIV_TESTS_CONTAINER_COUNTED_ELEMENT_H
 
+#include <gtest/gtest.h>
 #include <qiv/refobj.h>
 
 #include <atomic>
+
+#include "support/leak_check.h"
 
 namespace qiv::test {
 
@@ -36,6 +39,12 @@ inline long Count(const ElementPointer& element) {
   element->addRef();
   return element->release();
 }
+
+/** A test behind which no element may live. */
+class CountedElementTest : public LeakCheckedTest {
+ protected:
+  ~CountedElementTest() override { EXPECT_EQ(0, CountedElement::Living()); }
+};
 
 }  // namespace qiv::test
 

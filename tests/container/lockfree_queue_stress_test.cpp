@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "container/counted_element.h"
-#include "support/leak_check.h"
 #include "support/run_in_thread.h"
 #include "support/test_limit.h"
 
@@ -25,10 +24,7 @@ using qiv::test::ScaledLoad;
 
 constexpr int kThreads = 8;
 
-class LockfreeQueueStressTest : public qiv::test::LeakCheckedTest {
- protected:
-  ~LockfreeQueueStressTest() override { EXPECT_EQ(0, CountedElement::Living()); }
-};
+using LockfreeQueueStressTest = qiv::test::CountedElementTest;
 
 /** What one popper has got: per pusher, the numbers in the order of the pops. */
 using Numbers = std::vector<std::vector<int>>;

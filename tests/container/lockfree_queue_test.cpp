@@ -10,7 +10,6 @@
 
 #include "container/counted_element.h"
 #include "support/failing_allocation.h"
-#include "support/leak_check.h"
 #include "support/run_in_thread.h"
 #include "support/test_limit.h"
 
@@ -25,10 +24,7 @@ using qiv::test::FailingAllocation;
 using qiv::test::NumberOf;
 using qiv::test::RunInThread;
 
-class LockfreeQueueTest : public qiv::test::LeakCheckedTest {
- protected:
-  ~LockfreeQueueTest() override { EXPECT_EQ(0, CountedElement::Living()); }
-};
+using LockfreeQueueTest = qiv::test::CountedElementTest;
 
 ElementPointer NewElement(int number = 0) { return new CountedElement(0, number); }
 

@@ -3,17 +3,16 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 
 namespace qiv::test {
 
 CapturedOutput::CapturedOutput(int descriptor) : m_descriptor(descriptor) {
   std::fflush(nullptr);
-  char path[] = "/tmp/qiv-test-XXXXXX";
-  m_file = mkstemp(path);
-  if (m_file == -1) throw std::runtime_error("no temporary file");
-  unlink(path);
+  std::FILE* const file = std::tmpfile();
+  if (file == nullptr) throw std::runtime_error("no temporary file");
+  m_file = dup(fileno(file));
+  std::fclose(file);
   m_saved = dup(descriptor);
   dup2(m_file, descriptor);
 }

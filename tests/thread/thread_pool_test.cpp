@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "base/scoped_lock.h"
 #include "support/captured_output.h"
 #include "support/eventually.h"
 #include "support/latch.h"
@@ -31,7 +32,7 @@ constexpr std::size_t kMaxPools = 64;
 constexpr unsigned int kTooSmallStack = 1;
 
 unsigned int WorkerCount(QIV_HANDLE pool) {
-  const PoolLock lock(Record(pool));
+  const base::ScopedLock lock(Record(pool)->mutex);
   return Record(pool)->nCurrCount;
 }
 
@@ -249,7 +250,7 @@ TEST_F(ThreadPoolTest, AnIdleWorkerBeyondTheInitialOnesEndsAfterTheIdleTimeout) 
   EXPECT_TRUE(Eventually([pool] { return WorkerCount(pool) == 1; }));
   EXPECT_GE(stopwatch.Milliseconds(), 95);
   {
-    const PoolLock lock(Record(pool));
+    const base::ScopedLock lock(Record(pool)->mutex);
     EXPECT_NE(QIV_INVALID_ID, Record(pool)->threads[0].hThread);
     for (int i = 1; i < 4; ++i) {
       const QIV_THREADPOOL_THREAD& slot = Record(pool)->threads[i];

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/scoped_lock.h"
 #include "support/captured_output.h"
 #include "support/eventually.h"
 #include "support/latch.h"
@@ -28,12 +29,12 @@ using test::RunInThread;
 qiv_tlsTraceInfoOper& TraceInfo() { return *qiv_tlsTraceInfoOper::instance(); }
 
 bool IsIdle(QIV_HANDLE pool, std::size_t index) {
-  const PoolLock lock(Record(pool));
+  const base::ScopedLock lock(Record(pool)->mutex);
   return Record(pool)->threads[index].bIdle == 1;
 }
 
 unsigned int WaitingSubmitters(QIV_HANDLE pool) {
-  const PoolLock lock(Record(pool));
+  const base::ScopedLock lock(Record(pool)->mutex);
   return Record(pool)->nWaiting;
 }
 
@@ -94,7 +95,7 @@ TEST_F(ThreadPoolWorkTest, ANullPoolAndANullFunctionAreRefusedWithAMessage) {
 TEST_F(ThreadPoolWorkTest, AClosedPoolRefusesWorkWithoutAMessage) {
   const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
   {
-    const PoolLock lock(Record(pool));
+    const base::ScopedLock lock(Record(pool)->mutex);
     Record(pool)->bQuit = 1;
   }
   CapturedOutput output(STDERR_FILENO);
@@ -102,7 +103,7 @@ TEST_F(ThreadPoolWorkTest, AClosedPoolRefusesWorkWithoutAMessage) {
   EXPECT_EQ(-1, QIV_ThreadPool_WorkEx(pool, Nothing, nullptr, 1));
   EXPECT_EQ("", output.Stop());
   {
-    const PoolLock lock(Record(pool));
+    const base::ScopedLock lock(Record(pool)->mutex);
     Record(pool)->bQuit = 0;
   }
   EXPECT_EQ(QIV_OK, QIV_ThreadPool_Destroy(pool));
@@ -298,7 +299,7 @@ TEST_F(ThreadPoolWorkTest, AWorkerThatFindsAnItemAndTheRequestToQuitRunsTheItemF
   std::atomic<int> count{0};
   const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);
   {
-    const PoolLock lock(Record(pool));
+    const base::ScopedLock lock(Record(pool)->mutex);
     QIV_THREADPOOL_THREAD* const slot = QIV_GetIdle_Local(Record(pool));
     ASSERT_NE(nullptr, slot);
     slot->pfnWork = Count;

@@ -10,18 +10,20 @@
 #include <thread>
 #include <vector>
 
-#include "support/call_counter.h"
 #include "support/captured_output.h"
 #include "support/gate.h"
 #include "support/latch.h"
-#include "support/leak_check.h"
 #include "support/run_in_thread.h"
 #include "support/sleeping_thread.h"
+#include "thread/timer_fixture.h"
 
 namespace {
 
 using qiv::test::CallCounter;
 using qiv::test::CapturedOutput;
+using qiv::test::CountCall;
+using qiv::test::kHour;
+using qiv::test::kTimers;
 using qiv::test::Latch;
 using qiv::test::RunInThread;
 using qiv::test::ScaledLoad;
@@ -29,23 +31,13 @@ using qiv::test::SleepingCall;
 using qiv::test::SystemThreadId;
 using qiv::test::WaitUntilAsleep;
 
-constexpr unsigned int kHour = 3600u * 1000;
-constexpr unsigned int kTimers = 256;
 constexpr int kNotReturned = 4711;
-
-void Count(unsigned int /*id*/, void* counter) { static_cast<CallCounter*>(counter)->Add(); }
 
 struct Gate : qiv::test::Gate {
   static void Run(unsigned int /*id*/, void* gate) { static_cast<Gate*>(gate)->Pass(); }
 };
 
-class TimerKillTest : public qiv::test::LeakCheckedTest {
- protected:
-  void TearDown() override {
-    for (unsigned int id = 0; id < kTimers; ++id) EXPECT_EQ(0, QIV_KillTimer(id));
-    LeakCheckedTest::TearDown();
-  }
-};
+using TimerKillTest = qiv::test::TimerTest;
 
 int KillFirst() { return QIV_KillTimer(0); }
 
@@ -58,7 +50,7 @@ TEST_F(TimerKillTest, IdAbove255IsRefusedAndAFreeOneLeftAlone) {
 
 TEST_F(TimerKillTest, KillEndsALongSleepAtOnce) {
   CallCounter calls;
-  ASSERT_EQ(0, QIV_SetTimer(Count, &calls, kHour, nullptr));
+  ASSERT_EQ(0, QIV_SetTimer(CountCall, &calls, kHour, nullptr));
   ASSERT_TRUE(calls.WaitFor(1));
   auto kill = RunInThread(KillFirst);
   EXPECT_EQ(0, kill.Get());
@@ -73,7 +65,7 @@ TEST_F(TimerKillTest, KillAtWhateverMomentIsNotLost) {
     int count = 0;
     for (int round = 0; round < rounds; ++round) {
       unsigned int id = kTimers;
-      if (QIV_SetTimer(Count, &calls, kHour, &id) == 0 && QIV_KillTimer(id) == 0) ++count;
+      if (QIV_SetTimer(CountCall, &calls, kHour, &id) == 0 && QIV_KillTimer(id) == 0) ++count;
     }
     return count;
   });
@@ -95,8 +87,8 @@ TEST_F(TimerKillTest, KillWaitsForTheCallback) {
 TEST_F(TimerKillTest, CallbackDoesNotRunAgainAfterTheKill) {
   CallCounter killed;
   CallCounter other;
-  ASSERT_EQ(0, QIV_SetTimer(Count, &killed, 1, nullptr));
-  ASSERT_EQ(0, QIV_SetTimer(Count, &other, 1, nullptr));
+  ASSERT_EQ(0, QIV_SetTimer(CountCall, &killed, 1, nullptr));
+  ASSERT_EQ(0, QIV_SetTimer(CountCall, &other, 1, nullptr));
   ASSERT_TRUE(killed.WaitFor(3));
   ASSERT_EQ(0, QIV_KillTimer(0));
   const int calls = killed.Count();
@@ -117,7 +109,7 @@ TEST_F(TimerKillTest, CallbackCannotKillItsOwnTimerWhichGoesOn) {
 
 TEST_F(TimerKillTest, CallbackCanKillAnotherTimer) {
   CallCounter calls;
-  ASSERT_EQ(0, QIV_SetTimer(Count, &calls, kHour, nullptr));
+  ASSERT_EQ(0, QIV_SetTimer(CountCall, &calls, kHour, nullptr));
   ASSERT_TRUE(calls.WaitFor(1));
   const auto killFirst = [](unsigned int, void* counter) {
     EXPECT_EQ(0, QIV_KillTimer(0));
@@ -185,7 +177,7 @@ TEST_F(TimerKillTest, KillThatAnotherOneForestalledLeavesTheNextTimerAlone) {
   gate.letGo.Open();
   unsigned int id = kTimers;
   while (id != 0) {
-    ASSERT_EQ(0, QIV_SetTimer(Count, &calls, 1, &id));
+    ASSERT_EQ(0, QIV_SetTimer(CountCall, &calls, 1, &id));
     if (id == 0) break;
     ASSERT_EQ(0, QIV_KillTimer(id));
   }

@@ -11,37 +11,28 @@
 #include <string>
 #include <thread>
 
-#include "support/call_counter.h"
 #include "support/captured_output.h"
 #include "support/failing_allocation.h"
 #include "support/latch.h"
-#include "support/leak_check.h"
 #include "support/stopwatch.h"
+#include "thread/timer_fixture.h"
 
 namespace {
 
 using qiv::test::CallCounter;
 using qiv::test::CapturedOutput;
+using qiv::test::CountCall;
 using qiv::test::CountEntries;
 using qiv::test::CountUntilAtMost;
 using qiv::test::FailingAllocation;
+using qiv::test::kHour;
+using qiv::test::kTimers;
 using qiv::test::Latch;
 using qiv::test::Stopwatch;
 using qiv::test::TestLimit;
+using qiv::test::TimerTest;
 
-constexpr unsigned int kHour = 3600u * 1000;
-constexpr unsigned int kTimers = 256;
 constexpr unsigned int kUntouched = 4711;
-
-void Count(unsigned int /*id*/, void* counter) { static_cast<CallCounter*>(counter)->Add(); }
-
-class TimerTest : public qiv::test::LeakCheckedTest {
- protected:
-  void TearDown() override {
-    for (unsigned int id = 0; id < kTimers; ++id) EXPECT_EQ(0, QIV_KillTimer(id));
-    LeakCheckedTest::TearDown();
-  }
-};
 
 TEST_F(TimerTest, IdsGoFrom0To255AndTheLowestFreeOneIsTaken) {
   unsigned int id = kUntouched;
@@ -65,7 +56,7 @@ TEST_F(TimerTest, FirstCallComesBeforeTheFirstPeriodHasPassed) {
   for (const unsigned int period : {kHour, 0xFFFFFFFFu}) {
     CallCounter calls;
     unsigned int id = kUntouched;
-    ASSERT_EQ(0, QIV_SetTimer(Count, &calls, period, &id));
+    ASSERT_EQ(0, QIV_SetTimer(CountCall, &calls, period, &id));
     EXPECT_TRUE(calls.WaitFor(1));
     EXPECT_EQ(0, QIV_KillTimer(id));
     EXPECT_EQ(1, calls.Count());
@@ -131,7 +122,7 @@ TEST_F(TimerTest, PeriodIsKeptMeasuredFromTheEndOfACallToTheStartOfTheNext) {
 TEST_F(TimerTest, PeriodOfZeroCallsWithoutAPause) {
   CallCounter calls;
   unsigned int id = kUntouched;
-  ASSERT_EQ(0, QIV_SetTimer(Count, &calls, 0, &id));
+  ASSERT_EQ(0, QIV_SetTimer(CountCall, &calls, 0, &id));
   EXPECT_TRUE(calls.WaitFor(1000));
   EXPECT_EQ(0, QIV_KillTimer(id));
 }
@@ -143,7 +134,7 @@ TEST_F(TimerTest, SlowCallbackDelaysItsOwnTimerOnly) {
     EXPECT_TRUE(static_cast<Latch*>(latch)->Wait());
   };
   ASSERT_EQ(0, QIV_SetTimer(wait, &freed, 1, nullptr));
-  ASSERT_EQ(0, QIV_SetTimer(Count, &calls, 1, nullptr));
+  ASSERT_EQ(0, QIV_SetTimer(CountCall, &calls, 1, nullptr));
   EXPECT_TRUE(calls.WaitFor(5));
   freed.Open();
   EXPECT_EQ(0, QIV_KillTimer(0));
@@ -153,7 +144,7 @@ TEST_F(TimerTest, SlowCallbackDelaysItsOwnTimerOnly) {
 TEST_F(TimerTest, CallbackMayStartATimer) {
   CallCounter calls;
   const auto startAnother = [](unsigned int, void* counter) {
-    EXPECT_EQ(0, QIV_SetTimer(Count, counter, kHour, nullptr));
+    EXPECT_EQ(0, QIV_SetTimer(CountCall, counter, kHour, nullptr));
   };
   ASSERT_EQ(0, QIV_SetTimer(startAnother, &calls, kHour, nullptr));
   EXPECT_TRUE(calls.WaitFor(1));
@@ -169,7 +160,7 @@ TEST_F(TimerTest, TimerWithoutACallbackSleepsUntilItIsKilled) {
 
 TEST_F(TimerTest, NullIdPointerReceivesNothing) {
   CallCounter calls;
-  EXPECT_EQ(0, QIV_SetTimer(Count, &calls, kHour, nullptr));
+  EXPECT_EQ(0, QIV_SetTimer(CountCall, &calls, kHour, nullptr));
   EXPECT_TRUE(calls.WaitFor(1));
   EXPECT_EQ(0, QIV_KillTimer(0));
 }
@@ -179,11 +170,11 @@ TEST_F(TimerTest, WithoutMemoryForTheConditionThereIsNoTimer) {
   unsigned int id = kUntouched;
   {
     const FailingAllocation failure(1);
-    EXPECT_EQ(-1, QIV_SetTimer(Count, &calls, kHour, &id));
+    EXPECT_EQ(-1, QIV_SetTimer(CountCall, &calls, kHour, &id));
     EXPECT_TRUE(failure.Happened());
   }
   EXPECT_EQ(kUntouched, id);
-  EXPECT_EQ(0, QIV_SetTimer(Count, &calls, kHour, &id));
+  EXPECT_EQ(0, QIV_SetTimer(CountCall, &calls, kHour, &id));
   EXPECT_EQ(0u, id);
   EXPECT_TRUE(calls.WaitFor(1));
   EXPECT_EQ(0, QIV_KillTimer(id));
@@ -196,10 +187,10 @@ TEST_F(TimerTest, WithoutMemoryForTheAttributeOfItsConditionATimerKeepsItsPeriod
     CallCounter others;
     {
       const FailingAllocation failure(nth);
-      EXPECT_EQ(0, QIV_SetTimer(Count, &calls, kHour, nullptr));
+      EXPECT_EQ(0, QIV_SetTimer(CountCall, &calls, kHour, nullptr));
       EXPECT_TRUE(failure.Happened());
     }
-    ASSERT_EQ(0, QIV_SetTimer(Count, &others, 1, nullptr));
+    ASSERT_EQ(0, QIV_SetTimer(CountCall, &others, 1, nullptr));
     EXPECT_TRUE(calls.WaitFor(1));
     EXPECT_TRUE(others.WaitFor(20));
     EXPECT_EQ(0, QIV_KillTimer(0));
@@ -218,7 +209,7 @@ TEST_F(TimerTest, FailedThreadStartIsKeptUntoldAndTheTimerNeverCalls) {
   {
     // The condition, its attribute and its entry in the map; then the record of the start.
     const FailingAllocation failure(4);
-    EXPECT_EQ(0, QIV_SetTimer(Count, &calls, 0, &id));
+    EXPECT_EQ(0, QIV_SetTimer(CountCall, &calls, 0, &id));
     EXPECT_TRUE(failure.Happened());
   }
   EXPECT_EQ(0u, id);
@@ -246,7 +237,7 @@ TEST_F(TimerTest, PrintsTheTwoLinesOfItsCondition) {
 TEST_F(TimerTest, TimersAreKeptRunningWhenTheLibraryStops) {
   ASSERT_EQ(0, QIV_Init());
   CallCounter calls;
-  ASSERT_EQ(0, QIV_SetTimer(Count, &calls, 1, nullptr));
+  ASSERT_EQ(0, QIV_SetTimer(CountCall, &calls, 1, nullptr));
   ASSERT_EQ(0, QIV_Fini());
   EXPECT_TRUE(calls.WaitFor(calls.Count() + 5));
   ASSERT_EQ(0, QIV_Init());
@@ -258,7 +249,7 @@ TEST_F(TimerTest, TimersAreKeptRunningWhenTheLibraryStops) {
 TEST_F(TimerTest, InitAndFiniOfTheTableLeaveTimersAlone) {
   CallCounter calls;
   unsigned int id = kUntouched;
-  ASSERT_EQ(0, QIV_SetTimer(Count, &calls, 1, &id));
+  ASSERT_EQ(0, QIV_SetTimer(CountCall, &calls, 1, &id));
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(0, QIV_InitTimer_Inter());
     EXPECT_EQ(0, QIV_InitTimer_Inter());
