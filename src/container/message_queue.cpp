@@ -63,8 +63,8 @@ bool LockList(QIV_MQ_INTER* queue) {
 
 void UnlockList(QIV_MQ_INTER* queue) { QIV_MutexUnlock(&queue->hListMutex); }
 
-void Broadcast(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-  const base::ScopedLock lock(*mutex);
+void Broadcast(pthread_cond_t* condition, pthread_mutex_t& mutex) {
+  const base::ScopedLock lock(mutex);
   QIV_CondBroadCast(condition);
 }
 
@@ -97,8 +97,8 @@ void Close(QIV_MQ_INTER* queue) {
     FreeNodes(queue);
     SetInUse(queue, 0);
     // A condition may not be destroyed while threads wait for it.
-    Broadcast(&queue->hArriveCond, &queue->hArriveMutex);
-    Broadcast(&queue->hSpaceCond, &queue->hSpaceMutex);
+    Broadcast(&queue->hArriveCond, queue->hArriveMutex);
+    Broadcast(&queue->hSpaceCond, queue->hSpaceMutex);
   }
   QIV_CondDestroy(&queue->hArriveCond);
   QIV_CondDestroy(&queue->hSpaceCond);
@@ -230,7 +230,7 @@ int QIV_MsgQSendEx(QIV_MQ_INTER* queue, const QIV_MSG_BLOCK_T* msg) noexcept {
   NodePointer node = NewNode(msg);
   if (!node || !LockList(queue)) return QIV_ERROR;
   Insert(queue, node.release());
-  Broadcast(&queue->hArriveCond, &queue->hArriveMutex);
+  Broadcast(&queue->hArriveCond, queue->hArriveMutex);
   UnlockList(queue);
   return QIV_OK;
 }
@@ -241,7 +241,7 @@ int QIV_MsgQReceiveEx(QIV_MQ_INTER* queue, QIV_MSG_BLOCK_T* msg, unsigned int ti
   if (!LockListWithMessage(queue, timeout_ms)) return QIV_ERROR;
   const NodePointer node = TakeHead(queue);
   const bool fits = msg->iMsgLen >= node->block.iMsgLen;
-  if (fits) Broadcast(&queue->hSpaceCond, &queue->hSpaceMutex);
+  if (fits) Broadcast(&queue->hSpaceCond, queue->hSpaceMutex);
   UnlockList(queue);
   msg->iMsgType = node->block.iMsgType;
   msg->iPriority = node->block.iPriority;
