@@ -16,7 +16,8 @@ set(QIV_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefin
 option(QIV_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 
 add_library(qiv_compile_options INTERFACE)
-target_compile_definitions(qiv_compile_options INTERFACE _GNU_SOURCE)
+# Files beyond 2 GiB on 32-bit systems.
+target_compile_definitions(qiv_compile_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 target_compile_options(qiv_compile_options INTERFACE
   -Wall -Wextra -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>

@@ -13,8 +13,10 @@
 #include <qiv/condition.h>
 #include <qiv/cycle_buffer.h>
 #include <qiv/debug.h>
+#include <qiv/dso.h>
 #include <qiv/error.h>
 #include <qiv/event.h>
+#include <qiv/file.h>
 #include <qiv/hash.h>
 #include <qiv/library.h>
 #include <qiv/lockfree_queue.h>

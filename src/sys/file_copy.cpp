@@ -1,0 +1,129 @@
+// Copies of files. The content goes through a buffer and not through mappings of the two files: a
+// source that shrinks or a target without space fails a call, but would kill the process through a
+// mapping.
+#include "sys/file_copy.h"
+
+#include <fcntl.h>
+#include <qiv/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "base/no_cancellation.h"
+
+namespace qiv {
+namespace {
+
+constexpr std::size_t kBlockBytes = std::size_t{128} * 1024;
+constexpr mode_t kModeBits = 07777;
+
+/** A descriptor that is closed at the end of the scope. */
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) noexcept : m_descriptor(descriptor) {}
+  ~Descriptor() {
+    if (IsOpen()) close(m_descriptor);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  bool IsOpen() const noexcept { return m_descriptor != -1; }
+  int Get() const noexcept { return m_descriptor; }
+
+  /** False when the platform reports that what was written is lost. */
+  bool Close() noexcept { return close(std::exchange(m_descriptor, -1)) == 0; }
+
+ private:
+  int m_descriptor;
+};
+
+template <class Call>
+ssize_t Uninterrupted(Call call) {
+  ssize_t result = 0;
+  do {
+    result = call();
+  } while (result == -1 && errno == EINTR);
+  return result;
+}
+
+bool WriteAll(int target, const char* data, std::size_t length) {
+  while (length > 0) {
+    const ssize_t written = Uninterrupted([&] { return write(target, data, length); });
+    if (written <= 0) return false;
+    data += written;
+    length -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+bool IsRegularFile(const char* path) {
+  struct stat status = {};
+  return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool IsSameFile(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+/** Empties a target that may be written; false when it may not. */
+bool Prepare(const Descriptor& target, const struct stat& source) {
+  struct stat status = {};
+  if (fstat(target.Get(), &status) != 0 || IsSameFile(status, source)) return false;
+  if (S_ISBLK(status.st_mode)) return true;
+  return S_ISREG(status.st_mode) && ftruncate(target.Get(), 0) == 0;
+}
+
+/** Gives the target its size and leaves its position at the start. */
+bool Extend(const Descriptor& target, off_t size) {
+  // Kept: there is no byte in front of the end of an empty file, so it cannot be copied.
+  if (lseek(target.Get(), size - 1, SEEK_SET) == -1) return false;
+  return WriteAll(target.Get(), "", 1) && lseek(target.Get(), 0, SEEK_SET) == 0;
+}
+
+bool Copy(const char* sourcePath, const char* targetPath, bool failIfExists) {
+  // Before it is opened: opening a pipe would wait for a writer.
+  if (!IsRegularFile(sourcePath)) return false;
+  const Descriptor source(open(sourcePath, O_RDONLY | O_CLOEXEC));
+  struct stat status = {};
+  if (!source.IsOpen() || fstat(source.Get(), &status) != 0) return false;
+  // Not emptied by opening it: it may be the source under another name.
+  const int exclusive = failIfExists ? O_EXCL : 0;
+  Descriptor target(
+      open(targetPath, O_RDWR | O_CREAT | O_CLOEXEC | exclusive, status.st_mode & kModeBits));
+  if (!target.IsOpen() || !Prepare(target, status)) return false;
+  return Extend(target, status.st_size) && CopyBytes(source.Get(), target.Get(), status.st_size) &&
+         target.Close();
+}
+
+}  // namespace
+
+bool CopyBytes(int source, int target, off_t count) noexcept {
+  const std::unique_ptr<char[]> block(new (std::nothrow) char[kBlockBytes]);
+  if (!block) return false;
+  while (count > 0) {
+    const auto wanted = static_cast<std::size_t>(std::min<off_t>(count, kBlockBytes));
+    const ssize_t got = Uninterrupted([&] { return read(source, block.get(), wanted); });
+    if (got <= 0) return false;
+    if (!WriteAll(target, block.get(), static_cast<std::size_t>(got))) return false;
+    count -= got;
+  }
+  return true;
+}
+
+}  // namespace qiv
+
+extern "C" {
+
+int QIV_CopyFile(const char* source, const char* target, int failIfExists) noexcept {
+  if (source == nullptr || target == nullptr) return QIV_ERROR;
+  const qiv::base::NoCancellation noCancellation;
+  return qiv::Copy(source, target, failIfExists != 0) ? QIV_OK : QIV_ERROR;
+}
+
+}  // extern "C"
