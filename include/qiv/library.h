@@ -61,6 +61,25 @@ QIV_API int QIV_Fini(void) QIV_NOEXCEPT;
 QIV_API int QIV_FiniEx(void) QIV_NOEXCEPT;
 
 /**
+ * Switches logging on or off: a short way to drive the log service of <qiv/log.h>.
+ *
+ * With flags it lets the service start, adds the targets named by them to those that are enabled,
+ * and sets the level to LOG_INF. With 0 it disables standard output and files and stops the
+ * service; the debug output stays as it is, but every line is refused until logging is on again.
+ * What is queued is written first. The library's last stop does the same.
+ *
+ * @param flags      1 to log to standard output, 2 to log to files of 2 MiB, numbered without end;
+ *                   their sum for both; 0 to switch logging off
+ * @param directory  for the files, as for EnableTarget()
+ * @return 0
+ * @par Errors         errno is not defined afterwards
+ * @par Thread safety  any threads
+ * @par System         none
+ * @see EnableTarget
+ */
+QIV_API int QIV_Log(unsigned int flags, const void* directory) QIV_NOEXCEPT;
+
+/**
  * Gives the interface version, a byte per component from the most significant down.
  *
  * @return 0x0101000C (1.1.0.12); not derived from the text behind pVersion

@@ -20,6 +20,7 @@
 #include <qiv/hash.h>
 #include <qiv/library.h>
 #include <qiv/lockfree_queue.h>
+#include <qiv/log.h>
 #include <qiv/memory_block.h>
 #include <qiv/memory_pool.h>
 #include <qiv/memory_pool_ex.h>

@@ -5,6 +5,7 @@
 
 #include <qiv/error.h>
 #include <qiv/library.h>
+#include <qiv/log.h>
 #include <qiv/memory_pool_global.h>
 #include <qiv/message_queue.h>
 #include <qiv/mutex.h>
@@ -24,6 +25,9 @@ namespace qiv::core {
 namespace {
 
 constexpr unsigned int kInterfaceVersion = 0x0101000C;
+
+constexpr unsigned int kLogToConsole = 1;
+constexpr unsigned int kLogToFiles = 2;
 
 QIV_LOAD_ORDER(QIV_LOAD_LIBRARY_MUTEX) QIV_Mutex g_libraryMutex{0};
 
@@ -45,6 +49,7 @@ bool FirstStart() QIV_REQUIRES(g_libraryMutex) {
 }
 
 void LastStop() QIV_REQUIRES(g_libraryMutex) {
+  QIV_Log(0, nullptr);
   StopServices(std::begin(g_services), std::end(g_services));
   QIV_FiniMemoryPool_Inter();  // not a service: no start switches it on
 }
@@ -101,6 +106,21 @@ int QIV_Fini(void) noexcept {
 }
 
 int QIV_FiniEx(void) noexcept { return QIV_Fini(); }
+
+int QIV_Log(unsigned int flags, const void* directory) noexcept {
+  using namespace qiv::core;
+  if (flags == 0) {
+    DisableTarget(LOG_TARGET_CONSOLE);
+    DisableTarget(LOG_TARGET_FILE);
+    StopLogService(true);
+    return QIV_OK;
+  }
+  StartLogService();
+  if ((flags & kLogToConsole) != 0) EnableTarget(LOG_TARGET_CONSOLE, nullptr, 0, 0);
+  if ((flags & kLogToFiles) != 0) EnableTarget(LOG_TARGET_FILE, directory, 0, 0);
+  AdjustLogLevel(LOG_INF);
+  return QIV_OK;
+}
 
 unsigned int QIV_GetQIVVersion(void) noexcept { return qiv::core::kInterfaceVersion; }
 

@@ -1,0 +1,347 @@
+// The log service: start, stop, the ring of queued lines and the thread that writes them.
+//
+// queueMutex guards the ring, the queue, bQuit, the counts and what the writer has in flight;
+// serviceMutex is held over a start and a stop and guards the thread ids and what a writer that
+// nobody waited for has left. It is the first of the three to be taken; fileMutex (see
+// log_files.cpp) and queueMutex are never held together, but over a fork, in this order. bRunning
+// is cleared under queueMutex, so whatever is accepted is queued before bQuit is set.
+//
+// The writer reads the lines of a batch without a lock. They count as free already, as the bytes do
+// that a wrap skips; what lies behind the ring makes up for both, so that no line of WriteLog() is
+// ever written over before it has been read.
+#include "log/log_service.h"
+
+#include <pthread.h>
+#include <qiv/debug.h>
+#include <qiv/system.h>
+#include <qiv/thread.h>
+#include <qiv/time.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "base/no_cancellation.h"
+#include "base/scoped_lock.h"
+
+using namespace qiv::log;
+using qiv::base::NoCancellation;
+using qiv::base::ScopedLock;
+
+namespace {
+
+constexpr unsigned int kRingBytes = 2097152;
+constexpr unsigned int kBatchBytes = 65536 - kLineBytes;
+constexpr unsigned int kSlackBytes = kBatchBytes + kLineBytes;
+constexpr unsigned int kRoomBytes = kRingBytes + kSlackBytes;
+
+constexpr int kRecursive = -1;
+constexpr unsigned int kWriterStack = 131072;
+constexpr unsigned int kWriterPauseMs = 5;
+constexpr qiv_int64 kExitLimitMs = 1000;
+
+/** Looks every millisecond; false when the condition does not hold at `end`. */
+template <class Condition>
+bool WaitUntil(qiv_int64 end, Condition holds) {
+  while (!holds()) {
+    if (QIV_GetTimeTick64() >= end) return false;
+    QIV_Sleep(1);
+  }
+  return true;
+}
+
+// The application's handlers do not run on the small stack of the writer, and a file at its size
+// limit or a closed standard output does not end the process.
+void BlockSignals() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, nullptr);
+}
+
+// Its constructor allocates.
+std::deque<_LOG>* NewQueue() {
+  try {
+    return new std::deque<_LOG>;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+}  // namespace
+
+LogService::LogService() noexcept
+    : bRunning(false),
+      logLevel(LOG_INF),
+      bDisabled(false),
+      bConsole(false),
+      bDebugOut(false),
+      bFileOut(false),
+      hWriterThread(QIV_INVALID_ID),
+      bQuit(0),
+      queueMutex(),
+      pRingBase(nullptr),
+      pRingWrite(nullptr),
+      nRingFree(0),
+      logQueue(nullptr),
+      hLogFile(-1),
+      nFileIndex(0),
+      bCyclic(true),
+      nMaxFileSize(0),
+      szLogDir(),
+      m_inFlight(nullptr),
+      m_queued(0),
+      m_taken(0),
+      m_written(0),
+      m_isReportingLostLine(false),
+      m_hasWriterEnded(false),
+      m_leavingThread(QIV_INVALID_ID),
+      m_leftRing(nullptr) {
+  QIV_MutexCreate(&queueMutex, kRecursive);
+}
+
+LogService::~LogService() {
+  Close();
+  QIV_MutexDestroy(&queueMutex);
+}
+
+int LogService::ServiceStart() noexcept {
+  const NoCancellation noCancellation;
+  const ScopedLock start(serviceMutex);
+  if (bRunning.load(std::memory_order_relaxed)) return kSuccess;
+  if (bDisabled.load(std::memory_order_relaxed)) return kNotRunning;
+  JoinWriter();
+  FreeLeftRing();
+  if (!MakeRing()) return kNoResources;
+  hWriterThread = QIV_Thread_Create(WriteLogProc, this, kWriterStack, 0, 0, 0);
+  if (hWriterThread == QIV_INVALID_ID) {
+    LeaveRing();
+    FreeLeftRing();
+    return kNoResources;
+  }
+  bRunning.store(true, std::memory_order_release);
+  return kSuccess;
+}
+
+int LogService::ServiceStop(bool wait) noexcept {
+  const NoCancellation noCancellation;
+  const ScopedLock stop(serviceMutex);
+  if (!bRunning.load(std::memory_order_relaxed)) return kSuccess;
+  {
+    const ScopedLock lock(queueMutex);
+    bRunning.store(false, std::memory_order_relaxed);
+    bQuit = 1;
+  }
+  m_leavingThread = hWriterThread;
+  hWriterThread = QIV_INVALID_ID;
+  if (wait) JoinWriter();
+  SwitchFileService(false);
+  LeaveRing();
+  if (wait) FreeLeftRing();
+  return kSuccess;
+}
+
+/** Of a writer that has been told to end, if there is one. */
+void LogService::JoinWriter() noexcept {
+  if (m_leavingThread != QIV_INVALID_ID) QIV_Thread_Wait(m_leavingThread);
+  m_leavingThread = QIV_INVALID_ID;
+}
+
+/** Makes an empty ring. A child made by fork() has one, which it takes over. */
+bool LogService::MakeRing() noexcept {
+  const ScopedLock lock(queueMutex);
+  if (pRingBase == nullptr) {
+    std::unique_ptr<char[]> ring(new (std::nothrow) char[kRoomBytes]);
+    if (ring == nullptr) return false;
+    logQueue = NewQueue();
+    if (logQueue == nullptr) return false;
+    pRingBase = ring.release();
+  }
+  logQueue->clear();
+  pRingWrite = pRingBase;
+  nRingFree = kRingBytes;
+  bQuit = 0;
+  m_hasWriterEnded = false;
+  return true;
+}
+
+/** Drops what is queued; the ring itself is left to the writer, which may still read from it. */
+void LogService::LeaveRing() noexcept {
+  const ScopedLock lock(queueMutex);
+  delete logQueue;
+  logQueue = nullptr;
+  m_leftRing = pRingBase;
+  pRingBase = nullptr;
+  pRingWrite = nullptr;
+  m_taken = m_queued;
+  m_written = m_queued;
+}
+
+void LogService::FreeLeftRing() noexcept {
+  delete[] m_leftRing;
+  m_leftRing = nullptr;
+}
+
+int LogService::PushData(const char* text, unsigned int length) noexcept {
+  const ScopedLock lock(queueMutex);
+  if (!bRunning.load(std::memory_order_relaxed)) return kNotRunning;
+  if (nRingFree < length) return kRingFull;
+  if (text == nullptr) return kBadArgument;
+  if (length == 0) return kSuccess;
+  char* const position = Place(length);
+  if (position == nullptr) return kRingFull;
+  std::memcpy(position, text, length);
+  position[length - 1] = '\0';
+  if (!Append({position, length})) return kSuccess;
+  pRingWrite = position + length;
+  nRingFree -= length;
+  ++m_queued;
+  return kSuccess;
+}
+
+/** Where a text of this length goes; null when only a line in use is there, which happens to texts
+ *  that are longer than those of WriteLog(). */
+char* LogService::Place(unsigned int length) noexcept {
+  const char* const end = pRingBase + kRoomBytes;
+  const bool wraps = length > end - pRingWrite;
+  char* const position = wraps ? pRingBase : pRingWrite;
+  const char* const oldest =
+      m_inFlight != nullptr || logQueue->empty() ? m_inFlight : logQueue->front().text;
+  if (oldest == nullptr) return position;
+  const bool isInUseToTheEnd = oldest >= pRingWrite;
+  if (wraps && isInUseToTheEnd) return nullptr;
+  if (!wraps && !isInUseToTheEnd) return position;
+  return length <= oldest - position ? position : nullptr;
+}
+
+/** Kept: a line for which there is no memory counts as queued; another line tells of it. */
+bool LogService::Append(const _LOG& line) noexcept {
+  try {
+    logQueue->push_back(line);
+    return true;
+  } catch (const std::bad_alloc&) {
+    if (!m_isReportingLostLine) {
+      m_isReportingLostLine = true;
+      WriteLog(LOG_ERR, "../logmodule", 449, "push_back allo exception");
+      m_isReportingLostLine = false;
+    }
+    return false;
+  }
+}
+
+void* LogService::WriteLogProc(void* self) {
+  if (self == nullptr) return nullptr;
+  BlockSignals();
+  const NoCancellation noCancellation;
+  auto* const service = static_cast<LogService*>(self);
+  Batch batch;
+  while (service->TakeBatch(&batch)) {
+    if (batch.count == 0) {
+      QIV_Sleep(kWriterPauseMs);
+    } else {
+      service->WriteBatch(batch);
+    }
+  }
+  return nullptr;
+}
+
+/** Takes lines that lie one behind the other, none when none waits. False: the writer ends. */
+bool LogService::TakeBatch(Batch* batch) noexcept {
+  const ScopedLock lock(queueMutex);
+  m_written = m_taken;
+  m_inFlight = nullptr;
+  batch->count = 0;
+  if (logQueue == nullptr || logQueue->empty()) {
+    m_hasWriterEnded = bQuit != 0;
+    return bQuit == 0;
+  }
+  m_inFlight = logQueue->front().text;
+  const char* end = m_inFlight;
+  while (!logQueue->empty() && batch->count < Batch::kMostLines) {
+    const _LOG line = logQueue->front();
+    const auto bytes = static_cast<unsigned int>(line.text + line.length - m_inFlight);
+    if (line.text != end || (batch->count > 0 && bytes > kBatchBytes)) break;
+    logQueue->pop_front();
+    batch->lines[batch->count++] = line;
+    nRingFree += line.length;
+    end += line.length;
+  }
+  m_taken += batch->count;
+  return true;
+}
+
+void LogService::WriteBatch(const Batch& batch) noexcept {
+  const bool toConsole = bConsole.load(std::memory_order_relaxed);
+  const bool toDebug = bDebugOut.load(std::memory_order_relaxed);
+  for (unsigned int at = 0; at < batch.count; ++at) {
+    if (toConsole) std::fputs(batch.lines[at].text, stdout);
+    if (toDebug) QIV_OutputDebugString(batch.lines[at].text);
+  }
+  if (bFileOut.load(std::memory_order_relaxed)) AppendToFiles(batch.lines, batch.count);
+}
+
+unsigned long long LogService::QueuedLines() noexcept {
+  const ScopedLock lock(queueMutex);
+  return m_queued;
+}
+
+bool LogService::HasWritten(unsigned long long lines) noexcept {
+  const ScopedLock lock(queueMutex);
+  return m_written >= lines;
+}
+
+void LogService::FinishQueuedLines() noexcept {
+  const NoCancellation noCancellation;
+  const unsigned long long queued = QueuedLines();
+  while (!HasWritten(queued)) QIV_Sleep(1);
+}
+
+/** The end of the process or of the library. A target that takes nothing any more, or a stop that
+ *  waits for one, keeps neither waiting: everything then stays as it is. */
+void LogService::Close() noexcept {
+  const NoCancellation noCancellation;
+  const qiv_int64 end = QIV_GetTimeTick64() + kExitLimitMs;
+  bDisabled.store(true, std::memory_order_relaxed);
+  const unsigned long long queued = QueuedLines();
+  if (!WaitUntil(end, [&] { return HasWritten(queued); })) return;
+  if (!WaitUntil(end, [&] { return serviceMutex.TryLock() == QIV_OK; })) return;
+  ServiceStop(false);
+  if (m_leavingThread == QIV_INVALID_ID || WaitUntil(end, [&] { return HasWriterEnded(); })) {
+    JoinWriter();
+    FreeLeftRing();
+  }
+  serviceMutex.Unlock();
+}
+
+bool LogService::HasWriterEnded() noexcept {
+  const ScopedLock lock(queueMutex);
+  return m_hasWriterEnded;
+}
+
+void LogService::LockForFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+  serviceMutex.Lock();
+  fileMutex.Lock();
+  QIV_MutexLock(&queueMutex);
+}
+
+void LogService::UnlockAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+  QIV_MutexUnlock(&queueMutex);
+  fileMutex.Unlock();
+  serviceMutex.Unlock();
+}
+
+/** The child has no writer, and recursive mutexes that belong to a thread of its parent. What is
+ *  queued is the parent's to write. */
+void LogService::ResetInChild() noexcept {
+  new (&serviceMutex) QIV_Mutex;
+  new (&fileMutex) QIV_Mutex;
+  QIV_MutexCreate(&queueMutex, kRecursive);
+  bRunning.store(false, std::memory_order_relaxed);
+  hWriterThread = QIV_INVALID_ID;
+  m_leavingThread = QIV_INVALID_ID;
+  m_inFlight = nullptr;
+  m_taken = m_queued;
+  m_written = m_queued;
+  StopWriteFile();
+}
