@@ -136,8 +136,8 @@ int LogService::ServiceStop(bool wait) noexcept {
   m_leavingThread = hWriterThread;
   hWriterThread = QIV_INVALID_ID;
   if (wait) JoinWriter();
-  SwitchFileService(false);
   LeaveRing();
+  SwitchFileService(false);
   if (wait) FreeLeftRing();
   return kSuccess;
 }
