@@ -27,7 +27,7 @@ QIV_EXTERN_C_BEGIN
  * @param noLock         greater than 0 together with a negative `idleTimeout`: the pool takes no
  *                       lock, and the caller serialises all calls
  * @return the pool; null when memory is short
- * @par Errors         no errno. Each pool has a condition, whose line appears on standard error, see
+ * @par Errors         no errno. The line of the pool's condition appears on standard error, see
  *                     QIV_CondCreate(). A pool that has an idle time-out and finds no thread for it
  *                     never gives blocks back
  * @par Thread safety  any threads

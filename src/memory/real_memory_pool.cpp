@@ -182,9 +182,9 @@ bool CRealMemoryPool::AddIdleBlock() noexcept try {
   return false;
 }
 
-/** Gives back up to `canDelete` idle blocks, of which there must be one, the oldest first, as far as
- *  they have been idle for long enough; schedules the next look where one has not. The check state
- *  afterwards. */
+/** Gives back at most `canDelete` idle blocks, at least 1, the oldest first, as far as they have
+ * been idle for long enough; schedules the next look where one has not. The check state afterwards.
+ */
 CRealMemoryPool::ECheckState CRealMemoryPool::ReleaseIdleBlocks(std::size_t canDelete) noexcept {
   base::Require(canDelete > 0, "canDelete > 0", kAtSurplus);
   const auto uCurrent = static_cast<qiv_uint64>(QIV_GetTimeTick64());
