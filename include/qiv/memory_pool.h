@@ -27,8 +27,9 @@ QIV_EXTERN_C_BEGIN
  * @param noLock         greater than 0 together with a negative `idleTimeout`: the pool takes no
  *                       lock, and the caller serialises all calls
  * @return the pool; null when memory is short
- * @par Errors         no errno. Writes the line of a new condition to standard error. A pool that
- *                     has an idle time-out and finds no thread for it never gives blocks back
+ * @par Errors         no errno. The line of the pool's condition appears on standard error, see
+ *                     QIV_CondCreate(). A pool that has an idle time-out and finds no thread for it
+ *                     never gives blocks back
  * @par Thread safety  any threads
  * @par System         malloc(3), pthread_create(3p)
  * @see QIV_MemoryPool_Destroy
@@ -43,7 +44,8 @@ QIV_API QIV_HANDLE QIV_MemoryPool_Create(unsigned int blockSize, unsigned int in
  * ascending order of their addresses.
  *
  * @param pool  a pool made by QIV_MemoryPool_Create(); null does nothing
- * @par Errors         no errno
+ * @par Errors         no errno. The line of the pool's condition appears on standard error, see
+ *                     QIV_CondDestroy()
  * @par Thread safety  one thread, once; no other call on the pool may be under way. Waits for the
  *                     pool's thread
  * @par System         free(3), printf(3)
@@ -114,7 +116,8 @@ namespace qiv {
  */
 class QIV_API CRealMemoryPool {
  public:
-  /** An empty pool. Takes what QIV_MemoryPool_Create() does, with flags that are true or false. */
+  /** An empty pool. Takes what QIV_MemoryPool_Create() does, with flags that are true or false, and
+   *  writes that line to standard error; the destructor writes that of QIV_MemoryPool_Destroy(). */
   CRealMemoryPool(unsigned int blockSize, unsigned int initialCount, unsigned int maximumCount,
                   bool checkBoundary, long long idleTimeout, bool noLock);
 
@@ -142,11 +145,12 @@ class QIV_API CRealMemoryPool {
   unsigned int Size() const noexcept;
   unsigned int IdleSize() const noexcept;
 
-  /** Has the idle blocks looked at in that many milliseconds, which must not be negative. For the
-   *  pool itself, with its lock held. */
+  /** Has the idle blocks looked at in that many milliseconds, which must not be negative; a look
+   *  that is scheduled already stays as it is. For the pool itself, with its lock held. */
   void CheckIdleTimeout(qiv_int64 delayedMillis) noexcept QIV_REQUIRES(m_mutex);
 
-  /** Gives back the surplus blocks that have been idle for long enough; the clock calls it.
+  /** Gives back the surplus blocks that have been idle for long enough; the clock calls it. Does
+   *  nothing in a pool whose idle time-out is negative.
    *  @param alarmId  not looked at */
   void OnCheckIdleTimeoutTask(QIV_INT32 alarmId) noexcept;
 
@@ -162,7 +166,7 @@ class QIV_API CRealMemoryPool {
   enum ECheckState { kNoCheck = 0, kCheckOnceIdle = 1, kCheckScheduled = 2 };
 
   QIV_INTERNAL bool AddIdleBlock() noexcept QIV_REQUIRES(m_mutex);
-  QIV_INTERNAL ECheckState ReleaseIdleBlocks(std::size_t count) noexcept QIV_REQUIRES(m_mutex);
+  QIV_INTERNAL ECheckState ReleaseIdleBlocks(std::size_t canDelete) noexcept QIV_REQUIRES(m_mutex);
   QIV_INTERNAL ECheckState StateWithoutIdleBlocks() const noexcept QIV_REQUIRES(m_mutex);
   QIV_INTERNAL void DestroyOldestIdleBlock() noexcept QIV_REQUIRES(m_mutex);
 

@@ -23,8 +23,9 @@ QIV_EXTERN_C_BEGIN
  * @param noLock         greater than 0: the pool takes no lock, and the caller serialises all calls
  * @param chunkSize      bytes of a chunk, and of the largest request
  * @return the pool; null when memory is short
- * @par Errors         no errno. Writes the line of a new condition to standard error. A pool that
- *                     has an idle time-out and finds no thread for it never gives chunks back
+ * @par Errors         no errno. The line of the pool's condition appears on standard error, see
+ *                     QIV_CondCreate(). A pool that has an idle time-out and finds no thread for it
+ *                     never gives chunks back
  * @par Thread safety  any threads
  * @par System         malloc(3), pthread_create(3p)
  * @see QIV_MemoryPoolEx_Destroy
@@ -40,7 +41,8 @@ QIV_API QIV_HANDLE QIV_MemoryPoolEx_Create(unsigned int initialChunks, unsigned 
  * QIV_MemoryPool_Destroy().
  *
  * @param pool  a pool made by QIV_MemoryPoolEx_Create(); null does nothing
- * @par Errors         no errno
+ * @par Errors         no errno. The line of the pool's condition appears on standard error, see
+ *                     QIV_CondDestroy()
  * @par Thread safety  one thread, once; no other call on the pool may be under way. Waits for the
  *                     pool's thread
  * @par System         free(3), printf(3)
@@ -52,8 +54,9 @@ QIV_API void QIV_MemoryPoolEx_Destroy(QIV_HANDLE pool);
  * whatever its alignment.
  *
  * @param pool  the pool; null allocates nothing
- * @param size  bytes. One of 0 bytes gets the address that the next one would get, too, and that
- *              next one aborts
+ * @param size  bytes. A request of 0 bytes gets the first address that is free in the current chunk
+ *              and leaves it free. Until it is freed, the next request that fits into the rest of
+ *              that chunk, one of 0 bytes too, would get the same address: it aborts the process
  * @return the bytes; null when `size` exceeds the chunk size, all chunks are in use or memory is
  *         short
  * @par Errors         no errno

@@ -20,8 +20,10 @@ QIV_EXTERN_C_BEGIN
  * @param limit  the most bytes in all chunks together; more than 0x80000000 count as that. Each
  * pool has one chunk from the start whatever the limit, 12810240 bytes in all; limits of single
  * pools are those of the call that made them.
- * @return 1 when all five pools exist; 0 when memory is short: call again
- * @par Errors         no errno. Writes five lines of conditions to standard error
+ * @return 1 when all five pools exist; 0 when memory is short: call again. Until then, sizes whose
+ *         pool exists are served all the same
+ * @par Errors         no errno. Each pool that is made has a condition, whose line appears on
+ *                     standard error, see QIV_CondCreate()
  * @par Thread safety  any threads
  * @par System         malloc(3), pthread_create(3p)
  */
@@ -30,10 +32,12 @@ QIV_API int QIV_MemoryPoolGlobal_Init(unsigned int limit) QIV_NOEXCEPT;
 /**
  * Allocates.
  *
- * @param size  bytes, at most 10485760. One of 0 bytes gets the address that the next one of up to
- *              500 bytes would get, too, and that next one aborts
- * @return the bytes, without any alignment; null for a larger size, before the allocator is
- *         switched on, when another chunk is needed and would exceed the limit, or memory is short
+ * @param size  bytes, at most 10485760. A request of 0 bytes is one of up to 500 bytes and is like
+ *              that of QIV_MemoryPoolEx_Alloc(): until it is freed, the next one that fits into the
+ *              rest of the same chunk aborts the process
+ * @return the bytes, without any alignment; null for a larger size, while the pool for the size
+ *         does not exist, when another chunk is needed and would exceed the limit or the maximum of
+ *         that pool, or memory is short
  * @par Errors         no errno
  * @par Thread safety  any threads
  * @par System         malloc(3)
@@ -73,7 +77,7 @@ QIV_API unsigned int QIV_MemoryPoolGlobal_IdleSize(void) QIV_NOEXCEPT;
  *
  * @param limit  as there
  * @return 0 when all five pools exist; -1 otherwise
- * @par Errors         no errno
+ * @par Errors         as there
  * @par Thread safety  any threads
  * @par System         malloc(3), pthread_create(3p)
  */
@@ -85,7 +89,8 @@ QIV_API int QIV_InitMemoryPool_Inter(unsigned int limit) QIV_NOEXCEPT;
  * that fails.
  *
  * @return 0
- * @par Errors         no errno
+ * @par Errors         no errno. The line of each pool's condition appears on standard error, see
+ *                     QIV_CondDestroy()
  * @par Thread safety  any threads; nobody may use what was allocated any more. Waits for the pools'
  *                     threads
  * @par System         free(3), printf(3)

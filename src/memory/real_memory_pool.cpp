@@ -151,9 +151,7 @@ void CRealMemoryPool::OnCheckIdleTimeoutTask(QIV_INT32 /*alarmId*/) noexcept {
     m_eCheckState = kNoCheck;
     return;
   }
-  const std::size_t canDelete = total - m_nInitCount;
-  base::Require(canDelete > 0, "canDelete > 0", kAtSurplus);
-  m_eCheckState = ReleaseIdleBlocks(std::min(canDelete, idle));
+  m_eCheckState = ReleaseIdleBlocks(total - m_nInitCount);
 }
 
 void CRealMemoryPool::OnAlarm(void* /*clock*/, int id, void* pool) {
@@ -184,14 +182,16 @@ bool CRealMemoryPool::AddIdleBlock() noexcept try {
   return false;
 }
 
-/** Gives back `count` idle blocks, the oldest first, as far as they have been idle for long enough;
- *  schedules the next look where one has not. The check state afterwards. */
-CRealMemoryPool::ECheckState CRealMemoryPool::ReleaseIdleBlocks(std::size_t count) noexcept {
+/** Gives back at most `canDelete` idle blocks, at least 1, the oldest first, as far as they have
+ * been idle for long enough; schedules the next look where one has not. The check state afterwards.
+ */
+CRealMemoryPool::ECheckState CRealMemoryPool::ReleaseIdleBlocks(std::size_t canDelete) noexcept {
+  base::Require(canDelete > 0, "canDelete > 0", kAtSurplus);
   const auto uCurrent = static_cast<qiv_uint64>(QIV_GetTimeTick64());
   base::Require(static_cast<qiv_int64>(uCurrent) >= m_iIdleTimeoutMillis,
                 "static_cast<qiv_int64>(uCurrent) >= m_iIdleTimeoutMillis", kAtTick);
   const qiv_uint64 threshold = uCurrent - static_cast<qiv_uint64>(m_iIdleTimeoutMillis);
-  for (; count > 0; --count) {
+  for (std::size_t left = std::min(canDelete, m_listIdleBlocks.size()); left > 0; --left) {
     const CMemoryBlock* const oldest = m_listIdleBlocks.back();
     base::Require(oldest != nullptr, "pBlock", kAtBlock);
     const qiv_int64 remaining = oldest->TimeOffset(threshold);

@@ -19,7 +19,6 @@ namespace {
 
 using memory::PoolLock;
 
-constexpr std::size_t kSpareRecordsAtMost = 1024;
 constexpr std::size_t kDescriptionSize = 128;
 
 constexpr const char* kFile = "../real_memory_pool_ex.cpp";
@@ -173,7 +172,7 @@ CUsedRecord* CRealMemoryPoolEx::TakeRecord() noexcept {
 /** Keeps a record for the next chunk. */
 void CRealMemoryPoolEx::GiveRecord(CUsedRecord* record) noexcept try {
   std::unique_ptr<CUsedRecord> spare(record);
-  if (m_spareRecords.size() < kSpareRecordsAtMost) m_spareRecords.push_back(std::move(spare));
+  m_spareRecords.push_back(std::move(spare));
 } catch (const std::bad_alloc&) {
   return;  // it is deleted
 }

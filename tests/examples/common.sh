@@ -45,10 +45,13 @@ run() {
   "$@" >"$work/$name.out" 2>"$work/$name.err" </dev/null || status=$?
 }
 
-# start NAME COMMAND...: the same in the background, with the process in $pid.
+# start NAME COMMAND...: the same in the background, with the process in $pid. What an earlier program
+# of the name has printed is gone when start returns, not only once the new one runs.
 start() {
   local name=$1
   shift
+  : >"$work/$name.out"
+  : >"$work/$name.err"
   "$@" >"$work/$name.out" 2>"$work/$name.err" </dev/null &
   pid=$!
   started+=("$pid")

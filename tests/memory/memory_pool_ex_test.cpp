@@ -197,6 +197,40 @@ TEST_F(MemoryPoolExTest, RequestOfNoBytesGetsTheAddressOfTheNextOne) {
   pool.Free(first);
 }
 
+TEST_F(MemoryPoolExTest, RequestThatDoesNotFitTheRestIsServedAfterOneOfNoBytes) {
+  QIV_MemoryPoolEx pool(1, 2, kNever, 0, kChunk);
+  char* const first = Alloc(pool, 600);
+  char* const nothing = Alloc(pool, 0);
+  char* const second = Alloc(pool, 600);
+  EXPECT_NE(nullptr, second) << "in another chunk";
+  for (char* const pointer : {first, nothing, second}) pool.Free(pointer);
+  EXPECT_EQ(2 * kChunk, pool.IdleSize());
+}
+
+TEST_F(MemoryPoolExTest, RequestOfNoBytesIsServedAtTheEndOfAFullChunk) {
+  QIV_MemoryPoolEx pool(1, 2, kNever, 0, kChunk);
+  char* const whole = Alloc(pool, kChunk);
+  char* const nothing = Alloc(pool, 0);
+  EXPECT_EQ(whole + kChunk, nothing);
+  EXPECT_EQ(kChunk, pool.Size());
+  char* const next = Alloc(pool, 1);
+  EXPECT_NE(nullptr, next) << "in another chunk";
+  pool.Free(whole);
+  EXPECT_EQ(kChunk - 1, pool.IdleSize()) << "the one of no bytes keeps the chunk";
+  pool.Free(nothing);
+  EXPECT_EQ(2 * kChunk - 1, pool.IdleSize());
+  pool.Free(next);
+}
+
+TEST_F(MemoryPoolExDeathTest, SecondRequestOfNoBytesAtTheEndOfAChunkAborts) {
+  QIV_MemoryPoolEx pool(1, 2, kNever, 0, kChunk);
+  char* const whole = Alloc(pool, kChunk);
+  char* const nothing = Alloc(pool, 0);
+  EXPECT_DEATH(pool.Alloc(0), "Assertion `m_mapUsedRecords\\.find");
+  pool.Free(nothing);
+  pool.Free(whole);
+}
+
 TEST_F(MemoryPoolExDeathTest, SameAddressTwiceAborts) {
   QIV_MemoryPoolEx pool(1, 1, kNever, 0, kChunk);
   char* const nothing = Alloc(pool, 0);
@@ -314,81 +348,6 @@ TEST_F(MemoryPoolExTest, CleanupForgetsAllAllocationsAndThePoolGoesOn) {
   void* const next = pool.Alloc(7);
   EXPECT_EQ(3 * kChunk - 7, pool.IdleSize());
   pool.Free(next);
-}
-
-TEST_F(MemoryPoolExTest, SteadyTrafficAllocatesNothing) {
-  QIV_MemoryPoolEx pool(1, 100, 3600000, 0, 64);
-  std::vector<void*> pointers(200);
-  const auto useAll = [&] {
-    for (void*& pointer : pointers) pointer = pool.Alloc(24);
-    for (void* const pointer : pointers) pool.Free(pointer);
-  };
-  useAll();
-  const FailingAllocation failure(1);
-  for (int round = 0; round < 500; ++round) useAll();
-  EXPECT_FALSE(failure.Happened());
-  EXPECT_EQ(6400u, pool.Size());
-}
-
-TEST_F(MemoryPoolExTest, AllocWithoutMemoryGivesNothingAndOnlyItsRecordKeepsAChunkLent) {
-  // The node of the books, then the chunk: the block, its memory and two nodes; then its record.
-  for (const int nth : {1, 2, 3, 4, 5, 6}) {
-    CapturedOutput output(STDOUT_FILENO);
-    {
-      CRealMemoryPoolEx pool(1, 2, kNever, false, kChunk);  // without its initial chunk
-      {
-        const FailingAllocation failure(nth);
-        EXPECT_EQ(nullptr, pool.Alloc(100)) << nth;
-        EXPECT_TRUE(failure.Happened()) << nth;
-      }
-      EXPECT_EQ(nth == 6 ? kChunk : 0u, pool.Size()) << nth;
-      EXPECT_EQ(0u, pool.IdleSize()) << nth;
-      void* const next = pool.Alloc(100);
-      EXPECT_NE(nullptr, next) << nth;
-      pool.Free(next);
-      pool.Stop();
-    }
-    const std::string report = output.Stop();
-    EXPECT_EQ(nth == 6, report.find("memory_pool[") == 0) << nth << ": " << report;
-  }
-  CRealMemoryPoolEx pool(1, 2, kNever, false, kChunk);
-  const FailingAllocation failure(7);
-  pool.Free(pool.Alloc(100));
-  EXPECT_FALSE(failure.Happened());
-}
-
-TEST_F(MemoryPoolExTest, FreeWithoutMemoryIsCompleted) {
-  for (const int nth : {1, 2, 3, 4, 5}) {
-    QIV_MemoryPoolEx pool(1, 3, 0, 0, kChunk);
-    char* const first = Alloc(pool, 600);
-    char* const second = Alloc(pool, 600);
-    {
-      const FailingAllocation failure(nth, FailingFor::kEver);
-      pool.Free(first);  // its chunk returns: a check is scheduled and the record kept
-    }
-    pool.Free(second);
-    char* const whole = Alloc(pool, kChunk);
-    EXPECT_NE(nullptr, whole);
-    pool.Free(whole);
-  }
-}
-
-TEST_F(MemoryPoolExTest, CreationWithoutMemoryGivesNoPoolOrOneThatWorks) {
-  for (int nth = 1;; ++nth) {
-    QIV_HANDLE pool = nullptr;
-    bool happened = false;
-    {
-      const FailingAllocation failure(nth);
-      pool = QIV_MemoryPoolEx_Create(2, 3, kNever, 0, kChunk);
-      happened = failure.Happened();
-    }
-    EXPECT_EQ(nth == 1, pool == nullptr) << nth;
-    void* const pointer = QIV_MemoryPoolEx_Alloc(pool, 10);
-    EXPECT_EQ(nth > 2, pointer != nullptr) << nth;
-    QIV_MemoryPoolEx_Free(pool, pointer);
-    QIV_MemoryPoolEx_Destroy(pool);
-    if (!happened) break;
-  }
 }
 
 TEST_F(MemoryPoolExTest, FunctionsOfAHandleDoWhatTheClassDoes) {

@@ -199,32 +199,6 @@ TEST_F(GlobalMemoryPoolTest, InternalFunctionsAndThoseOfTheNamespaceDoTheSame) {
   EXPECT_EQ(0u, QIV_GetMemoryPoolExTotalSize());
 }
 
-TEST_F(GlobalMemoryPoolTest, InitWithoutMemoryFailsAndCanBeRepeated) {
-  bool hasFailed = false;
-  for (int nth = 1;; ++nth) {
-    bool happened = false;
-    {
-      const FailingAllocation failure(nth);
-      const int isReady = QIV_MemoryPoolGlobal_Init(kLargestLimit);
-      happened = failure.Happened();
-      if (isReady == 0) {
-        hasFailed = true;
-        EXPECT_TRUE(happened) << nth;
-        EXPECT_EQ(0u, QIV_MemoryPoolGlobal_Size()) << nth;
-        EXPECT_EQ(0u, QIV_MemoryPoolGlobal_IdleSize()) << nth;
-      }
-    }
-    ASSERT_EQ(1, QIV_MemoryPoolGlobal_Init(kLargestLimit)) << nth;
-    for (const unsigned int size : {1u, 501u, 5121u, 51201u, 512001u}) {
-      EXPECT_NE(nullptr, QIV_MemoryPoolGlobal_Alloc(size)) << nth;
-    }
-    EXPECT_EQ(kInitial, QIV_MemoryPoolGlobal_Size()) << nth;
-    QIV_FiniMemoryPool_Inter();
-    if (!happened) break;
-  }
-  EXPECT_TRUE(hasFailed);
-}
-
 TEST_F(GlobalMemoryPoolTest, PoolsThatExistServeThoughAnotherOneIsMissing) {
   {
     const FailingAllocation failure(1);  // the first pool
@@ -234,40 +208,6 @@ TEST_F(GlobalMemoryPoolTest, PoolsThatExistServeThoughAnotherOneIsMissing) {
   void* const pointer = QIV_MemoryPoolGlobal_Alloc(501);
   EXPECT_NE(nullptr, pointer);
   QIV_MemoryPoolGlobal_Free(pointer);
-}
-
-TEST_F(GlobalMemoryPoolTest, AllocWithoutMemoryGivesNothingAndLosesNothing) {
-  for (int nth = 1;; ++nth) {
-    ASSERT_EQ(1, QIV_MemoryPoolGlobal_Init(kLargestLimit));
-    for (int i = 0; i < 4; ++i) EXPECT_NE(nullptr, QIV_MemoryPoolGlobal_Alloc(500));
-    bool happened = false;
-    {
-      const FailingAllocation failure(nth);
-      void* const pointer = QIV_MemoryPoolGlobal_Alloc(500);  // takes another chunk
-      happened = failure.Happened();
-      EXPECT_EQ(happened, pointer == nullptr) << nth;
-    }
-    EXPECT_NE(nullptr, QIV_MemoryPoolGlobal_Alloc(500)) << nth;
-    QIV_FiniMemoryPool_Inter();
-    if (!happened) break;
-  }
-}
-
-TEST_F(GlobalMemoryPoolTest, SteadyTrafficAllocatesNothing) {
-  ASSERT_EQ(1, QIV_MemoryPoolGlobal_Init(kLargestLimit));
-  std::vector<void*> pointers(200);
-  const auto useAll = [&] {
-    unsigned int size = 1;
-    for (void*& pointer : pointers) {
-      pointer = QIV_MemoryPoolGlobal_Alloc(size);
-      size = size * 7 % 9973;
-    }
-    for (void* const pointer : pointers) QIV_MemoryPoolGlobal_Free(pointer);
-  };
-  useAll();
-  const FailingAllocation failure(1);
-  for (int round = 0; round < 100; ++round) useAll();
-  EXPECT_FALSE(failure.Happened());
 }
 
 TEST_F(GlobalMemoryPoolDeathTest, SameAddressTwiceAborts) {
@@ -405,6 +345,17 @@ TEST(MemoryPoolGlobalDeathTest, ChildProcessExitsWhileTheParentUsesThePool) {
   EXPECT_EXIT(std::exit(0), ::testing::ExitedWithCode(0), "");
   QIV_MemoryPoolGlobal_Free(bytes);
   QIV_FiniMemoryPool_Inter();
+}
+
+TEST(MemoryPoolGlobalDeathTest, ExitWithALiveAllocationReportsNothing) {
+  CapturedOutput output(STDOUT_FILENO);
+  const auto allocateAndExit = [] {
+    if (QIV_MemoryPoolGlobal_Init(kMiB) == 1 && QIV_MemoryPoolGlobal_Alloc(100) != nullptr) {
+      std::exit(3);
+    }
+  };
+  EXPECT_EXIT(allocateAndExit(), ::testing::ExitedWithCode(3), "");
+  EXPECT_EQ("", output.Stop());
 }
 
 }  // namespace

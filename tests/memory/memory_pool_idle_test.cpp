@@ -206,6 +206,26 @@ TEST_F(MemoryPoolIdleTest, NothingIsGivenBackAfterTheStop) {
   EXPECT_EQ(4 * kBlock, pool.IdleSize());
 }
 
+TEST_F(MemoryPoolIdleTest, CheckThatIsScheduledWhileAnotherOneIsLeavesThatOne) {
+  CRealMemoryPool pool(kBlock, 0, 10, true, 20, false);
+  FreeAll(pool, AllocAll(pool, 4));  // schedules a check; the clock does not run yet
+  pool.CheckIdleTimeout(LLONG_MAX);
+  pool.Start();
+  EXPECT_TRUE(Eventually([&] { return pool.Size() == 0; }));
+}
+
+TEST_F(MemoryPoolIdleTest, CheckOfAPoolWithANegativeTimeOutGivesNothingBack) {
+  CRealMemoryPool pool(kBlock, 1, 10, true, -1, false);
+  pool.Start();
+  const std::vector<void*> blocks = AllocAll(pool, 4);
+  pool.Free(blocks[0]);
+  pool.CheckIdleTimeout(0);
+  LetPass(20);
+  for (std::size_t i = 1; i < blocks.size(); ++i) pool.Free(blocks[i]);
+  pool.OnCheckIdleTimeoutTask(1);
+  EXPECT_EQ(4 * kBlock, pool.IdleSize());
+}
+
 TEST_F(MemoryPoolIdleTest, PoolMayEndWhileItsCheckIsDue) {
   for (int round = 0; round < ScaledLoad(200); ++round) {
     CRealMemoryPool pool(kBlock, 0, 10, true, 0, false);
@@ -231,8 +251,8 @@ int UsePool(QIV_MemoryPool& pool, unsigned char mark, int rounds) {
   return mixedUp;
 }
 
-TEST_F(MemoryPoolIdleTest, ThreadsShareAPoolWhileItGivesBlocksBack) {
-  QIV_MemoryPool pool(kBlock, 1, 12, 1, 0, 0);
+void LetThreadsUsePool(int noLock) {
+  QIV_MemoryPool pool(kBlock, 1, 12, 1, 0, noLock);
   const int rounds = ScaledLoad(20000);
   std::vector<ThreadResult<int>> users;
   for (unsigned char mark = 1; mark <= 4; ++mark) {
@@ -242,6 +262,10 @@ TEST_F(MemoryPoolIdleTest, ThreadsShareAPoolWhileItGivesBlocksBack) {
   EXPECT_TRUE(Eventually([&] { return pool.Size() == kBlock; }));
   EXPECT_EQ(kBlock, pool.IdleSize());
 }
+
+TEST_F(MemoryPoolIdleTest, ThreadsShareAPoolWhileItGivesBlocksBack) { LetThreadsUsePool(0); }
+
+TEST_F(MemoryPoolIdleTest, PoolWithATimeOutLocksThoughAskedNotTo) { LetThreadsUsePool(1); }
 
 }  // namespace
 }  // namespace qiv::test

@@ -12,11 +12,13 @@
 #include <type_traits>
 #include <vector>
 
+#include "memory/pool_lock.h"
 #include "memory/pool_size.h"
 #include "support/captured_output.h"
 #include "support/failing_allocation.h"
 #include "support/leak_check.h"
 #include "support/matches.h"
+#include "support/run_in_thread.h"
 
 namespace qiv::test {
 namespace {
@@ -237,69 +239,6 @@ TEST_F(MemoryPoolTest, PoolWithEverythingBackReportsNothing) {
   EXPECT_EQ("", output.Stop());
 }
 
-TEST_F(MemoryPoolTest, SteadyTrafficAllocatesNothing) {
-  for (const long long idleTimeout : {kNever, 3600000LL}) {
-    QIV_MemoryPool pool(64, 1, 100, 1, idleTimeout, 0);
-    for (void* const block : AllocAll(pool, 100)) pool.Free(block);
-    std::vector<void*> blocks(100);
-    const FailingAllocation failure(1);
-    for (int round = 0; round < 1000; ++round) {
-      for (void*& block : blocks) block = pool.Alloc();
-      for (void* const block : blocks) pool.Free(block);
-    }
-    EXPECT_FALSE(failure.Happened());
-  }
-}
-
-TEST_F(MemoryPoolTest, AllocWithoutMemoryLendsNothingAndLosesNothing) {
-  QIV_MemoryPool pool(64, 1, 4, 1, kNever, 0);
-  void* const first = pool.Alloc();
-  for (int nth = 1;; ++nth) {
-    const FailingAllocation failure(nth);
-    void* const block = pool.Alloc();
-    if (!failure.Happened()) {
-      EXPECT_NE(nullptr, block);
-      EXPECT_EQ(5, nth) << "the block, its memory and two nodes";
-      pool.Free(block);
-      break;
-    }
-    EXPECT_EQ(nullptr, block) << nth;
-    EXPECT_EQ(64u, pool.Size()) << nth;
-  }
-  pool.Free(first);
-  EXPECT_EQ(128u, pool.IdleSize());
-}
-
-TEST_F(MemoryPoolTest, CreationWithoutMemoryGivesNoPoolOrOneWithFewerBlocks) {
-  for (int nth = 1;; ++nth) {
-    QIV_HANDLE pool = nullptr;
-    {
-      const FailingAllocation failure(nth);
-      pool = QIV_MemoryPool_Create(16, 3, 3, 1, kNever, 0);
-      if (!failure.Happened()) {
-        EXPECT_EQ(48u, QIV_MemoryPool_IdleSize(pool));
-        QIV_MemoryPool_Destroy(pool);
-        break;
-      }
-    }
-    if (nth == 1) {
-      EXPECT_EQ(nullptr, pool);
-    } else if (nth == 2) {
-      EXPECT_NE(nullptr, pool);
-      EXPECT_EQ(nullptr, QIV_MemoryPool_Alloc(pool)) << "a pool without an implementation";
-    } else {
-      std::vector<void*> blocks;
-      for (int i = 0; i < 3; ++i) blocks.push_back(QIV_MemoryPool_Alloc(pool));
-      for (void* const block : blocks) {
-        EXPECT_NE(nullptr, block) << nth;
-        QIV_MemoryPool_Free(pool, block);
-      }
-      EXPECT_EQ(48u, QIV_MemoryPool_Size(pool)) << nth;
-    }
-    QIV_MemoryPool_Destroy(pool);
-  }
-}
-
 TEST_F(MemoryPoolTest, PoolWithoutALockDoesWhatOneWithALockDoes) {
   for (const int noLock : {1, 0, -1}) {
     QIV_MemoryPool pool(16, 1, 2, 1, kNever, noLock);
@@ -309,6 +248,29 @@ TEST_F(MemoryPoolTest, PoolWithoutALockDoesWhatOneWithALockDoes) {
     for (void* const block : blocks) pool.Free(block);
     EXPECT_EQ(32u, pool.IdleSize());
     EXPECT_EQ(32u, pool.Size());
+  }
+}
+
+TEST_F(MemoryPoolTest, LockOfAPoolIsTakenUnlessItHasNone) {
+  for (const bool noLock : {true, false}) {
+    QIV_Mutex mutex(0);
+    const memory::PoolLock lock(mutex, noLock);
+    const auto tryLock = [&mutex] {
+      const bool isFree = mutex.TryLock() == 0;
+      if (isFree) mutex.Unlock();
+      return isFree;
+    };
+    EXPECT_EQ(noLock, RunInThread(tryLock).Get());
+  }
+}
+
+TEST_F(MemoryPoolTest, CreationAndEndWriteTheLineOfOneConditionEach) {
+  for (const long long idleTimeout : {kNever, 60000LL}) {
+    CapturedOutput output(STDERR_FILENO);
+    QIV_MemoryPool_Destroy(QIV_MemoryPool_Create(8, 1, 1, 1, idleTimeout, 0));
+    const std::string form("QIV_CondCreate pCond:[^\r\n]*\r\n+QIV_CondDestroy pCond:[^\r\n]*\r\n+");
+    const std::string text = output.Stop();
+    EXPECT_TRUE(Matches(text, form)) << text;
   }
 }
 
