@@ -7,8 +7,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 build_packages=(g++ cmake ninja-build libboost-dev uuid-dev)
-test_packages=(libgtest-dev pkgconf)
-ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev)
+test_packages=(libgtest-dev libspdlog-dev pkgconf)
+ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 
 # libuuid for ARM, unpacked beside the build instead of installed: a full second architecture on
