@@ -295,7 +295,7 @@ struct QIV_API LogService {
   QIV_INTERNAL void FreeLeftRing() noexcept;
   QIV_INTERNAL void JoinWriter() noexcept;
   QIV_INTERNAL char* Place(unsigned int length) noexcept;
-  QIV_INTERNAL bool Append(const _LOG& line) noexcept;
+  QIV_INTERNAL int Queue(const char* text, unsigned int length) noexcept;
   QIV_INTERNAL bool TakeBatch(Batch* batch) noexcept;
   QIV_INTERNAL void WriteBatch(const Batch& batch) noexcept;
   QIV_INTERNAL bool HasWritten(unsigned long long lines) noexcept;

@@ -11,11 +11,14 @@
 
 namespace {
 
-constexpr const char* kLevelNames[] = {"DISABLE", "ERR", "DBG", "INF"};
+// What stands between the date and the file.
+constexpr const char* kLevelTexts[] = {
+    "[DISABLE][FILE:", "[ERR][FILE:", "[DBG][FILE:", "[INF][FILE:"};
+constexpr char kUnknownLevel[] = "[UNKNOWN][FILE:";
 
-const char* LevelName(log_level level) {
-  if (level < 0 || level >= static_cast<log_level>(std::size(kLevelNames))) return "UNKNOWN";
-  return kLevelNames[level];
+const char* LevelText(log_level level) {
+  const bool isKnown = level >= 0 && level < static_cast<log_level>(std::size(kLevelTexts));
+  return isKnown ? kLevelTexts[level] : kUnknownLevel;
 }
 
 const char* BehindLast(const char* text, char separator) {
@@ -63,11 +66,6 @@ class CutText {
     m_length += length;
   }
   void Add(const char* text) noexcept { Add(text, std::strlen(text)); }
-  void Add(int number) noexcept {
-    char digits[12];
-    const auto end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
-    Add(digits, static_cast<std::size_t>(end - digits));
-  }
   /** The length without a cut. */
   std::size_t Length() const noexcept { return m_length; }
   void Terminate() noexcept { m_to[std::min(m_length, m_room)] = '\0'; }
@@ -87,13 +85,13 @@ extern "C" int FormatTimeAndName(char* dst, unsigned int size, log_level level, 
   if (date == nullptr) return -1;
   CutText head(dst, size);
   head.Add(date);
-  head.Add("[");
-  head.Add(LevelName(level));
-  head.Add("][FILE:");
+  head.Add(LevelText(level));
   head.Add(FileName(file));
-  head.Add("][LINE:");
-  head.Add(line);
-  head.Add("] ");
+  char lineText[] = "][LINE:-2147483648] ";
+  char* const number = lineText + std::strlen("][LINE:");
+  char* const end = std::to_chars(number, std::end(lineText), line).ptr;
+  std::memcpy(end, "] ", 2);
+  head.Add(lineText, static_cast<std::size_t>(end + 2 - lineText));
   if (size > 0) head.Terminate();
   return static_cast<int>(std::min<std::size_t>(head.Length(), INT_MAX));
 }

@@ -37,7 +37,7 @@ constexpr unsigned int kBatchBytes = 65536 - kLineBytes;
 constexpr unsigned int kSlackBytes = kBatchBytes + kLineBytes;
 constexpr unsigned int kRoomBytes = kRingBytes + kSlackBytes;
 
-constexpr int kRecursive = -1;
+constexpr int kPlain = 0;
 constexpr unsigned int kWriterStack = 131072;
 constexpr unsigned int kWriterPauseMs = 5;
 constexpr qiv_int64 kExitLimitMs = 1000;
@@ -98,7 +98,7 @@ LogService::LogService() noexcept
       m_hasWriterEnded(false),
       m_leavingThread(QIV_INVALID_ID),
       m_leftRing(nullptr) {
-  QIV_MutexCreate(&queueMutex, kRecursive);
+  QIV_MutexCreate(&queueMutex, kPlain);
 }
 
 LogService::~LogService() {
@@ -184,6 +184,17 @@ void LogService::FreeLeftRing() noexcept {
 }
 
 int LogService::PushData(const char* text, unsigned int length) noexcept {
+  const int result = Queue(text, length);
+  if (result != kLost) return result;
+  WriteLog(LOG_ERR, "../logmodule", 449, "push_back allo exception");
+  const ScopedLock lock(queueMutex);
+  m_isReportingLostLine = false;
+  return kSuccess;
+}
+
+/** Kept: a line for which the queue cannot grow counts as queued; another line tells of it, unless
+ *  it is that line itself. */
+int LogService::Queue(const char* text, unsigned int length) noexcept {
   const ScopedLock lock(queueMutex);
   if (!bRunning.load(std::memory_order_relaxed)) return kNotRunning;
   if (nRingFree < length) return kRingFull;
@@ -193,7 +204,13 @@ int LogService::PushData(const char* text, unsigned int length) noexcept {
   if (position == nullptr) return kRingFull;
   std::memcpy(position, text, length);
   position[length - 1] = '\0';
-  if (!Append({position, length})) return kSuccess;
+  try {
+    logQueue->push_back({position, length});
+  } catch (const std::bad_alloc&) {
+    if (m_isReportingLostLine) return kSuccess;
+    m_isReportingLostLine = true;
+    return kLost;
+  }
   pRingWrite = position + length;
   nRingFree -= length;
   ++m_queued;
@@ -213,21 +230,6 @@ char* LogService::Place(unsigned int length) noexcept {
   if (wraps && isInUseToTheEnd) return nullptr;
   if (!wraps && !isInUseToTheEnd) return position;
   return length <= oldest - position ? position : nullptr;
-}
-
-/** Kept: a line for which there is no memory counts as queued; another line tells of it. */
-bool LogService::Append(const _LOG& line) noexcept {
-  try {
-    logQueue->push_back(line);
-    return true;
-  } catch (const std::bad_alloc&) {
-    if (!m_isReportingLostLine) {
-      m_isReportingLostLine = true;
-      WriteLog(LOG_ERR, "../logmodule", 449, "push_back allo exception");
-      m_isReportingLostLine = false;
-    }
-    return false;
-  }
 }
 
 void* LogService::WriteLogProc(void* self) {
@@ -331,12 +333,12 @@ void LogService::UnlockAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
   serviceMutex.Unlock();
 }
 
-/** The child has no writer, and recursive mutexes that belong to a thread of its parent. What is
+/** The child has no writer, and two recursive mutexes that belong to a thread of its parent. What is
  *  queued is the parent's to write. */
 void LogService::ResetInChild() noexcept {
   new (&serviceMutex) QIV_Mutex;
   new (&fileMutex) QIV_Mutex;
-  QIV_MutexCreate(&queueMutex, kRecursive);
+  QIV_MutexCreate(&queueMutex, kPlain);
   bRunning.store(false, std::memory_order_relaxed);
   hWriterThread = QIV_INVALID_ID;
   m_leavingThread = QIV_INVALID_ID;

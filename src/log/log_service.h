@@ -24,6 +24,7 @@ enum Code : int {
   kBadArgument = -6,
   kNotFormatted = -7,
   kNoFile = -8,
+  kLost = -9,  // never told to callers
 };
 
 /** A line of WriteLog(), with its CR, LF and NUL. */

@@ -61,6 +61,11 @@ class Reader {
     }
   }
   long Count(int producer) { return m_count[producer]; }
+  long Count() const {
+    long count = 0;
+    for (const auto& [producer, lines] : m_count) count += lines;
+    return count;
+  }
 
  private:
   std::map<int, long> m_last;
@@ -128,10 +133,12 @@ TEST_F(LogStressTest, DisablingLosesNothingThatWasAcceptedBefore) {
 TEST_F(LogStressTest, SoakKeepsEveryAcceptedLineWholeAndInOrder) {
   constexpr int kProducers = 4;
   constexpr unsigned int kFileBytes = 65536;
+  constexpr long kMostAhead = 4000;
   const char* const setting = std::getenv("QIV_SOAK_SECONDS");
   const auto duration = setting != nullptr ? std::chrono::milliseconds(1000L * std::atol(setting))
                                            : std::chrono::milliseconds(1000);
   std::atomic<bool> stop{false};
+  std::atomic<long> taken{0};
   std::vector<long> accepted(kProducers, 0);
   std::vector<long> full(kProducers, 0);
   LogToFiles(kFileBytes, 1);
@@ -143,8 +150,10 @@ TEST_F(LogStressTest, SoakKeepsEveryAcceptedLineWholeAndInOrder) {
         const int result = WriteLog(LOG_ERR, "f", 1, "%s", TextWithSum(producer, number).c_str());
         EXPECT_TRUE(result == 0 || result == -4) << result;
         ++(result == 0 ? accepted : full)[at];
-        // As much as the reader below can take before the numbers come round.
-        if (number % 50 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        // 100 files take twice as many: the reader is there before their numbers come round.
+        while (!stop && number - kMostAhead / kProducers > taken / kProducers) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
       }
     });
   }
@@ -153,6 +162,7 @@ TEST_F(LogStressTest, SoakKeepsEveryAcceptedLineWholeAndInOrder) {
     const std::string log = Finished(number);
     EXPECT_GE(kFileBytes, log.size());
     reader.Take(log);
+    taken = reader.Count();
     ASSERT_EQ(0, unlink(FinishedName(number).c_str())) << "taken once";
   };
   int next = 1;
