@@ -34,7 +34,8 @@ class Halt {
   Halt(const Halt&) = delete;
   Halt& operator=(const Halt&) = delete;
 
-  /** Returns once the thread is stopped. */
+  /** Returns once the thread is stopped, which must not be waiting for a mutex: the thread
+   * sanitizer keeps signals back there. */
   static void Stop(pthread_t thread) {
     const int before = g_inside.load(std::memory_order_acquire);
     ASSERT_EQ(0, pthread_kill(thread, SIGUSR2));

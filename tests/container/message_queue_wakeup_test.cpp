@@ -24,7 +24,6 @@ namespace {
 using qiv::base::ScopedLock;
 using qiv::test::DataOf;
 using qiv::test::Eventually;
-using qiv::test::Halt;
 using qiv::test::HaltableCall;
 using qiv::test::kNoLimit;
 using qiv::test::Message;
@@ -39,6 +38,29 @@ bool IsHeld(pthread_mutex_t& mutex) {
   pthread_mutex_unlock(&mutex);
   return false;
 }
+
+/** Lets one thread lock a mutex several times: a test that holds hListMutex can destroy the queue.
+ */
+class Recursive {
+ public:
+  explicit Recursive(pthread_mutex_t& mutex) : m_mutex(mutex) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_destroy(&m_mutex);
+    pthread_mutex_init(&m_mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+  }
+  ~Recursive() {
+    pthread_mutex_destroy(&m_mutex);
+    pthread_mutex_init(&m_mutex, nullptr);
+  }
+  Recursive(const Recursive&) = delete;
+  Recursive& operator=(const Recursive&) = delete;
+
+ private:
+  pthread_mutex_t& m_mutex;
+};
 
 class MessageQueueWakeupTest : public qiv::test::MessageQueueTest {
  protected:
@@ -205,16 +227,15 @@ TEST_F(MessageQueueWakeupTest, CountWithoutAMessageIsNoMessageForAReceiverWithou
 
 TEST_F(MessageQueueWakeupTest, ReceiverOfADestroyedQueueKeepsOutOfTheNextOneAtItsPlace) {
   for (const unsigned int timeoutMs : {kNoLimit, 60000u}) {
+    const Recursive recursive(m_queue->hListMutex);
     const auto receiver = SleepingReceive(timeoutMs);
-    Halt halt;
-    pthread_mutex_lock(&m_queue->hListMutex);
-    WakeReceivers();
-    ASSERT_TRUE(receiver->SleepsAgain()) << "in front of the list";
-    halt.Stop(receiver->Thread());
-    pthread_mutex_unlock(&m_queue->hListMutex);
-    DestroyAndCreateAtTheSamePlace();
-    Send(0, "of the new queue");
-    halt.GoOn();
+    {
+      const ScopedLock lock(m_queue->hListMutex);
+      WakeReceivers();
+      ASSERT_TRUE(receiver->SleepsAgain()) << "in front of the list";
+      DestroyAndCreateAtTheSamePlace();
+      Send(0, "of the new queue");
+    }
     EXPECT_EQ("-1", receiver->Get());
     EXPECT_EQ("of the new queue", Take());
   }
@@ -222,13 +243,11 @@ TEST_F(MessageQueueWakeupTest, ReceiverOfADestroyedQueueKeepsOutOfTheNextOneAtIt
 
 TEST_F(MessageQueueWakeupTest, SenderOfADestroyedQueueKeepsOutOfTheNextOneAtItsPlace) {
   const QIV_MSG_BLOCK_T message = Message(0, "a");
-  Halt halt;
+  const Recursive recursive(m_queue->hListMutex);
   pthread_mutex_lock(&m_queue->hListMutex);
-  HaltableCall send([&] { return QIV_MsgQSendEx(m_queue, &message); });
-  halt.Stop(send.Thread());
-  pthread_mutex_unlock(&m_queue->hListMutex);
+  SleepingCall send([&] { return QIV_MsgQSendEx(m_queue, &message); });
   DestroyAndCreateAtTheSamePlace();
-  halt.GoOn();
+  pthread_mutex_unlock(&m_queue->hListMutex);
   EXPECT_EQ(-1, send.Get());
   EXPECT_TRUE(IsEmpty());
 }
