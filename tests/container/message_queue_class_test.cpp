@@ -33,6 +33,15 @@ using qiv::test::Stopwatch;
 
 class MessageQueueClassTest : public qiv::test::LeakCheckedTest {
  protected:
+  /** Expects that no count without a pointer is left: a get of -5 ms would return -1 for it. */
+  void ExpectNoCountLeft() {
+    QIV_MSG_BLOCK_T* block = nullptr;
+    SleepingCall get([&] { return m_queue.getq(&block, -5); });
+    EXPECT_EQ(0, m_queue.putq(&m_blocks[3]));
+    EXPECT_EQ(0, get.Get());
+    EXPECT_EQ(&m_blocks[3], block);
+  }
+
   /** The first pointer, or null when there is none at once. */
   QIV_MSG_BLOCK_T* Take() {
     QIV_MSG_BLOCK_T* block = nullptr;
@@ -175,6 +184,12 @@ TEST_F(MessageQueueClassTest, ThreadsOfEveryDestroyedQueueAreSentAway) {
   halt.GoOn();
   for (const auto& get : first) EXPECT_EQ(-1, get->Get());
   for (const auto& get : second) EXPECT_EQ(-1, get->Get());
+  ExpectNoCountLeft();
+  ASSERT_EQ(0, m_queue.putq(&m_blocks[0]));
+  m_queue.reset();
+  QIV_MSG_BLOCK_T* block = nullptr;
+  EXPECT_EQ(-1, m_queue.getq(&block, -5));
+  ExpectNoCountLeft();  // nobody is left for whom it would be given back
 }
 
 TEST_F(MessageQueueClassTest, ThreadsOfADestroyedQueueLeaveThePointersOfTheNextOneAlone) {
@@ -217,10 +232,7 @@ TEST_F(MessageQueueClassTest, DestroyWithoutWaitingThreadsWakesNobodyLater) {
   m_queue.destroy();
   m_queue.destroy();
   ASSERT_EQ(0, m_queue.init());
-  // Would return -1 for a count that has no pointer.
-  SleepingCall get([&] { return m_queue.getq(&block, -5); });
-  ASSERT_EQ(0, m_queue.putq(&m_blocks[0]));
-  EXPECT_EQ(0, get.Get());
+  ExpectNoCountLeft();
 }
 
 TEST_F(MessageQueueClassTest, InitOfAUsableQueueIsKeptLosingItsContent) {
@@ -257,10 +269,7 @@ TEST_F(MessageQueueClassTest, CancelledGetLeavesTheQueueUsable) {
   EXPECT_EQ(&m_blocks[0], Take());
   m_queue.destroy();
   ASSERT_EQ(0, m_queue.init());
-  QIV_MSG_BLOCK_T* block = nullptr;
-  SleepingCall get([&] { return m_queue.getq(&block, -5); });
-  ASSERT_EQ(0, m_queue.putq(&m_blocks[1])) << "the destruction has counted the cancelled thread";
-  EXPECT_EQ(0, get.Get());
+  ExpectNoCountLeft();  // the destruction has given none for the cancelled thread
 }
 
 TEST_F(MessageQueueClassTest, ManyProducersAndConsumersLoseAndDoubleNothing) {
