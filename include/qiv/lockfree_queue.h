@@ -53,6 +53,7 @@ class QIV_API qiv_lockfreeQImpl {
   QIV_Mutex m_popMutex;
   std::atomic<unsigned int> m_epoch;      // which one of the next counts new pushes
   std::atomic<unsigned int> m_inside[2];  // pushes that may look at nodes
+  std::atomic<unsigned int> m_pops;       // dummies unlinked; wraps
 };
 
 /**

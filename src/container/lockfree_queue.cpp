@@ -2,7 +2,7 @@
 //
 // Pushers take no lock. They reach nodes through m_tail only, and m_tail only moves forward. A
 // popper holds m_popMutex over its whole pop; it guards m_head, the elements' pointers in linked
-// nodes, and the change of m_epoch.
+// nodes, and the change of m_epoch and m_pops.
 //
 // When may a popper free the old dummy? A pusher counts itself in one of m_inside, then reads
 // m_tail. A popper makes sure that m_tail is past the dummy, then reads both counts. All four steps
@@ -56,7 +56,8 @@ qiv_lockfreeQImpl::qiv_lockfreeQImpl()
       m_reserved(0),
       m_count(0),
       m_epoch(0),
-      m_inside{{0}, {0}} {
+      m_inside{{0}, {0}},
+      m_pops(0) {
   static_assert(sizeof(Node) == 2 * sizeof(void*), "two pointers");
   static_assert(sizeof(m_reserved) == 4 && sizeof(m_count) == 4, "32 bits each");
 }
@@ -117,7 +118,8 @@ qiv_lockfreeQImpl::Node* qiv_lockfreeQImpl::unlinkDummy() noexcept {
   Node* const first = dummy->next.load(std::memory_order_acquire);
   if (first == nullptr) return nullptr;
   if (tail == dummy) m_tail.compare_exchange_strong(tail, first, std::memory_order_seq_cst);
-  m_head.store(first, std::memory_order_relaxed);
+  m_head.store(first, std::memory_order_release);
+  m_pops.fetch_add(1, std::memory_order_release);
   return dummy;
 }
 
@@ -130,8 +132,12 @@ void qiv_lockfreeQImpl::waitForPushers() noexcept {
 }
 
 int qiv_lockfreeQImpl::empty() const noexcept {
-  // Addresses only: the nodes may be gone.
-  return m_head.load(std::memory_order_relaxed) == m_tail.load(std::memory_order_relaxed) ? 1 : 0;
+  // Addresses only: the nodes may be gone. A node that a pop has freed in between may come back as
+  // the last one; the queue was not empty then.
+  const unsigned int pops = m_pops.load(std::memory_order_acquire);
+  const Node* const head = m_head.load(std::memory_order_acquire);
+  const Node* const tail = m_tail.load(std::memory_order_acquire);
+  return head == tail && m_pops.load(std::memory_order_relaxed) == pops ? 1 : 0;
 }
 
 int qiv_lockfreeQImpl::size() const noexcept { return m_count.load(std::memory_order_relaxed); }
