@@ -108,7 +108,7 @@ TEST_F(LockfreeQueueStressTest, NearlyEmptyQueueHandsOverEveryElement) {
   EXPECT_EQ(0, queue.size());
 }
 
-TEST_F(LockfreeQueueStressTest, PopperIsNotKeptWaitingByAStreamOfPushes) {
+TEST_F(LockfreeQueueStressTest, PopsReturnDuringAStreamOfPushes) {
   const int pops = ScaledLoad(20000);
   constexpr int kLongest = 50000;  // keeps the memory in bounds
   qiv_lockfreeQImpl queue;
