@@ -289,6 +289,19 @@ TEST_F(LockfreeQueueTest, PushWithoutARecordClearsTheElementsAndThePopperKeepsIt
   });
 }
 
+TEST_F(LockfreeQueueTest, ElementQueuedTwiceBringsTheRecordOfItsLastPushWithBothPops) {
+  qiv_lockfreeQ queue;
+  const ElementPointer element = NewElement();
+  RunTraced("first push", [&] { queue.push_back(element); });
+  RunTraced("last push", [&] { queue.push_back(element); });
+  for (int pop = 0; pop < 2; ++pop) {
+    RunTraced("popper", [&queue] {
+      queue.pop_front();
+      EXPECT_STREQ("last push", CurrentRecord().firstText);
+    });
+  }
+}
+
 TEST_F(LockfreeQueueTest, PopOfAnEmptyQueueLeavesTheRecordAlone) {
   qiv_lockfreeQ queue;
   RunTraced("popper", [&queue] {
