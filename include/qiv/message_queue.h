@@ -44,8 +44,8 @@ QIV_API int QIV_MsgQCreateEx(QIV_MQ_INTER** out) QIV_NOEXCEPT;
 /**
  * Ends a queue made by QIV_MsgQCreateEx() and discards its messages.
  *
- * No thread should send or receive any more: those that do get -1, unless another queue has been
- * made at the same address before they look.
+ * No thread should send or receive any more: those that do get -1, also when another queue is made
+ * at the same address at once. Calls that begin after that are calls to the new queue.
  *
  * @param queue  the queue; null is refused
  * @return 0, also when the queue has been destroyed before; -1 when `queue` is null
@@ -82,10 +82,9 @@ QIV_API int QIV_MsgQSendEx(QIV_MQ_INTER* queue, const QIV_MSG_BLOCK_T* msg) QIV_
  *                    there is room for in `chMsgData`.
  * @param timeout_ms  longest wait in milliseconds. 0 takes a message that is there, but otherwise
  *                    waits for the next send, or the queue's end, without limit and returns -1
- *                    without the message. All
- *                    bits set is 4294967295 ms, as good as no limit.
- * @return 0; -1 when an argument is refused, the message is longer than there is room for, or the
- *         time has run out. `msg` is as it was unless the message was too long.
+ *                    without the message. All bits set is 4294967295 ms, as good as no limit.
+ * @return 0; -1 when an argument is refused, the message is longer than there is room for, the
+ *         queue ends, or the time has run out. `msg` is as it was unless the message was too long.
  * @par Errors         no errno
  * @par Thread safety  any threads
  * @par System         pthread_cond_timedwait(3p), pthread_cond_wait(3p)
@@ -152,13 +151,14 @@ class QIV_API qiv_msgq {
 
   /**
    * Takes the first pointer, waiting for one. Cancellation point. Returns -1 early when the queue
-   * is destroyed meanwhile, unless init() follows before the thread has woken, and without a
-   * time-out also when a signal arrives.
+   * is destroyed meanwhile, also when init() follows at once, and without a time-out also when a
+   * signal arrives.
    *
    * @param out      receives the pointer; null is refused. Not written on -1.
    * @param timeout  longest wait in milliseconds on the wall clock; -1 is no limit. With any other
    *                 negative value the call waits without limit, too, but returns -1 when it wakes
-   *                 and finds the queue empty, which only happens after a reset() or init().
+   *                 and finds the queue empty, which only happens after a reset(), destroy() or
+   *                 init().
    * @return 0; -1 when `out` is null, the queue is not usable, the time has run out or a signal has
    *         ended a wait without limit
    * @par System  sem_wait(3), sem_timedwait(3p)
@@ -168,13 +168,21 @@ class QIV_API qiv_msgq {
   /** Empties the queue; threads in getq() wait on. */
   void reset() noexcept;
 
-  /** Empties the queue and makes it unusable: putq() and getq() return -1 until init(). */
+  /** Empties the queue and makes it unusable: threads in getq() return -1, and so do putq() and
+   *  getq() until init(). */
   void destroy() noexcept;
 
  private:
+  class QIV_INTERNAL Visit;
+
+  QIV_INTERNAL void leave(unsigned int generation) noexcept;
+
   qiv_recursive_mutex m_mutex;
-  qiv_sem m_sem;  // its count is at least the number of pointers in the queue
+  qiv_sem m_sem;  // its count is at least the pointers in the queue and m_leaving together
   std::deque<QIV_MSG_BLOCK_T*>* m_queue QIV_GUARDED_BY(m_mutex);  // null while it is not usable
+  unsigned int m_generation QIV_GUARDED_BY(m_mutex);  // how often the queue has been destroyed
+  unsigned int m_waiting QIV_GUARDED_BY(m_mutex);     // threads in getq() of this generation
+  unsigned int m_leaving QIV_GUARDED_BY(m_mutex);     // threads in getq() of earlier ones
 };
 
 }  // namespace qiv

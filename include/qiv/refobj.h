@@ -23,6 +23,10 @@ namespace qiv {
  * any threads at once; what a thread did before it dropped its reference is done when destroy()
  * runs. An object that is never counted may live anywhere; one that is counted must come from new
  * unless it overrides destroy().
+ *
+ * A constructor that takes a reference to its own object and drops it again, as a cshared_ptr does,
+ * destroys the object before anybody has it: the count is back at 0. A destructor that does so
+ * destroys it a second time.
  */
 class QIV_API qiv_refobj {
  public:
@@ -116,13 +120,49 @@ class cshared_ptr {
   Object* m_object;
 };
 
-template <class Object>
-bool operator==(const cshared_ptr<Object>& a, const cshared_ptr<Object>& b) noexcept {
+/** Pointers are equal when they point to one object, or to none. Any mix of classes compares whose
+ *  plain pointers do, also with a plain pointer on either side. */
+template <class A, class B>
+bool operator==(const cshared_ptr<A>& a, const cshared_ptr<B>& b) noexcept {
   return a.get() == b.get();
 }
-template <class Object>
-bool operator!=(const cshared_ptr<Object>& a, const cshared_ptr<Object>& b) noexcept {
+template <class A, class B>
+bool operator!=(const cshared_ptr<A>& a, const cshared_ptr<B>& b) noexcept {
   return a.get() != b.get();
+}
+
+template <class A, class B>
+bool operator==(const cshared_ptr<A>& a, const B* b) noexcept {
+  return a.get() == b;
+}
+template <class A, class B>
+bool operator!=(const cshared_ptr<A>& a, const B* b) noexcept {
+  return a.get() != b;
+}
+template <class A, class B>
+bool operator==(const A* a, const cshared_ptr<B>& b) noexcept {
+  return a == b.get();
+}
+template <class A, class B>
+bool operator!=(const A* a, const cshared_ptr<B>& b) noexcept {
+  return a != b.get();
+}
+
+template <class Object>
+bool operator==(const cshared_ptr<Object>& pointer, decltype(nullptr)) noexcept {
+  return !pointer;
+}
+template <class Object>
+bool operator!=(const cshared_ptr<Object>& pointer, decltype(nullptr)) noexcept {
+  return static_cast<bool>(pointer);
+}
+template <class Object>
+bool operator==(decltype(nullptr), const cshared_ptr<Object>& pointer) noexcept {
+  return !pointer;
+}
+template <class Object>
+bool operator!=(decltype(nullptr), const cshared_ptr<Object>& pointer) noexcept {
+  return static_cast<bool>(pointer);
 }
 
 }  // namespace qiv

@@ -2,7 +2,7 @@
 //
 // Pushers take no lock. They reach nodes through m_tail only, and m_tail only moves forward. A
 // popper holds m_popMutex over its whole pop; it guards m_head, the elements' pointers in linked
-// nodes, and the change of m_epoch.
+// nodes, and the change of m_epoch and m_pops.
 //
 // When may a popper free the old dummy? A pusher counts itself in one of m_inside, then reads
 // m_tail. A popper makes sure that m_tail is past the dummy, then reads both counts. All four steps
@@ -12,8 +12,10 @@
 // For the same reason no node's memory is used anew while a pusher inside still compares with it.
 //
 // m_epoch says where pushers count themselves. A popper that finds them in one place leads new
-// ones to the other, so that the count it waits for can only fall, but for those pushers that had
-// read m_epoch before: at most one for each thread.
+// ones to the other, so that the count it waits for can only fall, but for stragglers: pushers that
+// had read m_epoch before, at most one for each thread. A straggler may count itself after the pop
+// that turned m_epoch is over. So the next popper waits for the idle place too: a straggler there
+// may stand on its dummy.
 #include <qiv/lockfree_queue.h>
 #include <qiv/trace_info.h>
 
@@ -28,13 +30,15 @@
 namespace qiv {
 namespace {
 
-constexpr int kYieldsBeforeSleep = 100;
+constexpr int kLooksBeforeYields = 50;  // most pushes are over by then
+constexpr int kLooksBeforeSleep = 150;
 constexpr std::chrono::microseconds kSleep(100);
 
 /** Sleeps in the end, since a thread of real-time priority may keep the others from running. */
 void WaitForZero(const std::atomic<unsigned int>& count) noexcept {
-  for (int yields = 0; count.load(std::memory_order_seq_cst) != 0; ++yields) {
-    if (yields < kYieldsBeforeSleep) {
+  for (int looks = 0; count.load(std::memory_order_seq_cst) != 0; ++looks) {
+    if (looks < kLooksBeforeYields) continue;
+    if (looks < kLooksBeforeSleep) {
       std::this_thread::yield();
       continue;
     }
@@ -45,10 +49,7 @@ void WaitForZero(const std::atomic<unsigned int>& count) noexcept {
 
 }  // namespace
 
-struct qiv_lockfreeQImpl::Node {
-  cobject* value;  // with a reference; null in the dummy
-  std::atomic<Node*> next;
-};
+static_assert(sizeof(void*) != 4 || sizeof(qiv_lockfreeQ) == 16, "two pointers and the base");
 
 qiv_lockfreeQImpl::qiv_lockfreeQImpl()
     : m_head(new Node{nullptr, {nullptr}}),
@@ -56,7 +57,8 @@ qiv_lockfreeQImpl::qiv_lockfreeQImpl()
       m_reserved(0),
       m_count(0),
       m_epoch(0),
-      m_inside{{0}, {0}} {
+      m_inside{{0}, {0}},
+      m_pops(0) {
   static_assert(sizeof(Node) == 2 * sizeof(void*), "two pointers");
   static_assert(sizeof(m_reserved) == 4 && sizeof(m_count) == 4, "32 bits each");
 }
@@ -79,8 +81,8 @@ void qiv_lockfreeQImpl::push_back(cshared_ptr<cobject> value) {
   std::atomic<unsigned int>& inside = m_inside[m_epoch.load(std::memory_order_relaxed)];
   inside.fetch_add(1, std::memory_order_seq_cst);
   link(node);
-  inside.fetch_sub(1, std::memory_order_release);
   m_count.fetch_add(1, std::memory_order_relaxed);  // orders nothing
+  inside.fetch_sub(1, std::memory_order_release);
 }
 
 void qiv_lockfreeQImpl::link(Node* node) noexcept {
@@ -98,7 +100,7 @@ void qiv_lockfreeQImpl::link(Node* node) noexcept {
   m_tail.compare_exchange_strong(last, node, std::memory_order_seq_cst);
 }
 
-cshared_ptr<cobject> qiv_lockfreeQImpl::pop_front() {
+cshared_ptr<cobject> qiv_lockfreeQImpl::pop_front() noexcept {
   const base::ScopedLock<QIV_Mutex> lock(m_popMutex);
   Node* const dummy = unlinkDummy();
   if (dummy == nullptr) return nullptr;
@@ -117,7 +119,8 @@ qiv_lockfreeQImpl::Node* qiv_lockfreeQImpl::unlinkDummy() noexcept {
   Node* const first = dummy->next.load(std::memory_order_acquire);
   if (first == nullptr) return nullptr;
   if (tail == dummy) m_tail.compare_exchange_strong(tail, first, std::memory_order_seq_cst);
-  m_head.store(first, std::memory_order_relaxed);
+  m_head.store(first, std::memory_order_release);
+  m_pops.fetch_add(1, std::memory_order_release);
   return dummy;
 }
 
@@ -130,8 +133,12 @@ void qiv_lockfreeQImpl::waitForPushers() noexcept {
 }
 
 int qiv_lockfreeQImpl::empty() const noexcept {
-  // Addresses only: the nodes may be gone.
-  return m_head.load(std::memory_order_relaxed) == m_tail.load(std::memory_order_relaxed) ? 1 : 0;
+  // Addresses only: the nodes may be gone. A node that a pop has freed in between may come back as
+  // the last one; the queue was not empty then.
+  const unsigned int pops = m_pops.load(std::memory_order_acquire);
+  const Node* const head = m_head.load(std::memory_order_acquire);
+  const Node* const tail = m_tail.load(std::memory_order_acquire);
+  return head == tail && m_pops.load(std::memory_order_relaxed) == pops ? 1 : 0;
 }
 
 int qiv_lockfreeQImpl::size() const noexcept { return m_count.load(std::memory_order_relaxed); }
@@ -152,7 +159,7 @@ void qiv_lockfreeQ::push_back(cshared_ptr<cobject> value) {
   if (m_impl != nullptr) m_impl->push_back(std::move(value));
 }
 
-cshared_ptr<cobject> qiv_lockfreeQ::pop_front() {
+cshared_ptr<cobject> qiv_lockfreeQ::pop_front() noexcept {
   if (m_impl == nullptr) return nullptr;
   cshared_ptr<cobject> value = m_impl->pop_front();
   if (value) qiv_tlsTraceInfoOper::instance()->setTraceInfo(&value->m_traceInfo);

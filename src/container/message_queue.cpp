@@ -6,6 +6,7 @@
 #include <qiv/condition.h>
 #include <qiv/time.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -20,6 +21,10 @@ base::ConstantMutex g_MsgQTableMutex;
 namespace {
 
 constexpr int kArrival = 1;
+
+// How many queues have ended at each place: tells a thread whose queue has ended meanwhile from one
+// of the queue that has been made there since. Changed under hListMutex.
+std::atomic<unsigned int> g_generations[kQueueCount];
 
 struct NodeDeleter {
   void operator()(MessageNode* node) const { std::free(node); }
@@ -53,10 +58,19 @@ void SetInUse(QIV_MQ_INTER* queue, int inUse) {
   queue->bInUse.store(inUse, std::memory_order_release);
 }
 
-/** Takes hListMutex of a queue; false, and not held, when the queue has been destroyed. */
-bool LockList(QIV_MQ_INTER* queue) {
+std::atomic<unsigned int>& Generation(const QIV_MQ_INTER* queue) {
+  return g_generations[queue - g_MsgQTable];
+}
+
+unsigned int CurrentGeneration(const QIV_MQ_INTER* queue) {
+  return Generation(queue).load(std::memory_order_acquire);
+}
+
+/** Takes hListMutex of a queue; false, and not held, when the queue of that generation has been
+ *  destroyed. */
+bool LockList(QIV_MQ_INTER* queue, unsigned int generation) {
   if (QIV_MutexLock(&queue->hListMutex) != QIV_OK) return false;
-  if (IsInUse(queue)) return true;
+  if (IsInUse(queue) && CurrentGeneration(queue) == generation) return true;
   QIV_MutexUnlock(&queue->hListMutex);
   return false;
 }
@@ -96,6 +110,7 @@ void Close(QIV_MQ_INTER* queue) {
     const base::ScopedLock lock(queue->hListMutex);
     FreeNodes(queue);
     SetInUse(queue, 0);
+    Generation(queue).fetch_add(1, std::memory_order_release);
     // A condition may not be destroyed while threads wait for it.
     Broadcast(&queue->hArriveCond, queue->hArriveMutex);
     Broadcast(&queue->hSpaceCond, queue->hSpaceMutex);
@@ -153,11 +168,11 @@ NodePointer TakeHead(QIV_MQ_INTER* queue) {
 
 /** Waits until there is a message. True with hListMutex held; false, and not held, when there is
  *  none in time. */
-bool LockListWithMessage(QIV_MQ_INTER* queue, unsigned int timeoutMs) {
+bool LockListWithMessage(QIV_MQ_INTER* queue, unsigned int generation, unsigned int timeoutMs) {
   unsigned int start = QIV_GetTimeTick();
   unsigned int remainingMs = timeoutMs;
   for (;;) {
-    if (!LockList(queue)) return false;
+    if (!LockList(queue, generation)) return false;
     if (queue->nMsgCount != 0 && queue->pHead != nullptr) return true;
     if (queue->nMsgCount != 0) {
       UnlockList(queue);
@@ -227,8 +242,9 @@ int QIV_MsgQDestroyEx(QIV_MQ_INTER* queue) noexcept {
 int QIV_MsgQSendEx(QIV_MQ_INTER* queue, const QIV_MSG_BLOCK_T* msg) noexcept {
   using namespace qiv::container;
   if (msg == nullptr || queue == nullptr || !IsInUse(queue)) return QIV_ERROR;
+  const unsigned int generation = CurrentGeneration(queue);
   NodePointer node = NewNode(msg);
-  if (!node || !LockList(queue)) return QIV_ERROR;
+  if (!node || !LockList(queue, generation)) return QIV_ERROR;
   Insert(queue, node.release());
   Broadcast(&queue->hArriveCond, queue->hArriveMutex);
   UnlockList(queue);
@@ -238,7 +254,7 @@ int QIV_MsgQSendEx(QIV_MQ_INTER* queue, const QIV_MSG_BLOCK_T* msg) noexcept {
 int QIV_MsgQReceiveEx(QIV_MQ_INTER* queue, QIV_MSG_BLOCK_T* msg, unsigned int timeout_ms) {
   using namespace qiv::container;
   if (msg == nullptr || queue == nullptr || !IsInUse(queue)) return QIV_ERROR;
-  if (!LockListWithMessage(queue, timeout_ms)) return QIV_ERROR;
+  if (!LockListWithMessage(queue, CurrentGeneration(queue), timeout_ms)) return QIV_ERROR;
   const NodePointer node = TakeHead(queue);
   const bool fits = msg->iMsgLen >= node->block.iMsgLen;
   if (fits) Broadcast(&queue->hSpaceCond, queue->hSpaceMutex);

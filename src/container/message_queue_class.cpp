@@ -1,9 +1,11 @@
 // The queue of message pointers.
 //
-// m_mutex guards the deque and the pointer to it. It is never held during a wait: m_sem counts the
-// pointers, and whoever takes a count looks for a pointer then. A destruction gives one count that
-// the threads waiting hand on from one to the next as they leave.
+// m_mutex guards the deque, the pointer to it and the numbers of threads. It is never held during a
+// wait: m_sem counts the pointers, and whoever takes a count looks for a pointer then. A
+// destruction gives one count for each thread that waits. Another thread, of a queue that init()
+// has made since, may take such a count; it gives the count back as long as any of them is left.
 #include <qiv/message_queue.h>
+#include <qiv/system.h>
 #include <qiv/time_classes.h>
 
 #include <algorithm>
@@ -13,6 +15,7 @@ namespace qiv {
 namespace {
 
 constexpr int kNoLimit = -1;
+constexpr unsigned int kGiveWayMs = 1;
 
 class QIV_SCOPED_CAPABILITY RecursiveLock {
  public:
@@ -40,7 +43,23 @@ int ToMilliseconds(qiv_int64 microseconds) {
 
 }  // namespace
 
-qiv_msgq::qiv_msgq() noexcept : m_queue(nullptr) { init(); }
+/** Ends the count of a thread in getq(), also of one that is cancelled there. */
+class qiv_msgq::Visit {
+ public:
+  Visit(qiv_msgq& queue, unsigned int generation) noexcept
+      : m_queue(queue), m_generation(generation) {}
+  ~Visit() { m_queue.leave(m_generation); }
+  Visit(const Visit&) = delete;
+  Visit& operator=(const Visit&) = delete;
+
+ private:
+  qiv_msgq& m_queue;
+  const unsigned int m_generation;
+};
+
+qiv_msgq::qiv_msgq() noexcept : m_queue(nullptr), m_generation(0), m_waiting(0), m_leaving(0) {
+  init();
+}
 
 qiv_msgq::~qiv_msgq() { destroy(); }
 
@@ -72,30 +91,43 @@ int qiv_msgq::putq(QIV_MSG_BLOCK_T* blk) noexcept {
 
 int qiv_msgq::getq(QIV_MSG_BLOCK_T** out, int timeout) {
   if (out == nullptr) return QIV_ERROR;
+  unsigned int generation = 0;
   {
     const RecursiveLock lock(m_mutex);
     if (m_queue == nullptr) return QIV_ERROR;
+    generation = m_generation;
+    ++m_waiting;
   }
+  const Visit visit(*this, generation);
   qiv_int64 remaining = timeout * kMicrosecondsPerMillisecond;
   for (;;) {
     const qiv_int64 start = qiv_time_tick::now();
     if (m_sem.wait(timeout < 0 ? timeout : ToMilliseconds(remaining)) != 0) return QIV_ERROR;
-    const RecursiveLock lock(m_mutex);
-    if (m_queue == nullptr) {
-      m_sem.post_1();  // for the next thread that waits
-      return QIV_ERROR;
+    bool isForAnother = false;
+    {
+      const RecursiveLock lock(m_mutex);
+      if (generation != m_generation) return QIV_ERROR;
+      if (!m_queue->empty()) {
+        *out = m_queue->front();
+        m_queue->pop_front();
+        return QIV_OK;
+      }
+      // The count of a pointer that reset() has removed, unless:
+      isForAnother = m_leaving > 0;
+      if (isForAnother) m_sem.post_1();
     }
-    if (!m_queue->empty()) {
-      *out = m_queue->front();
-      m_queue->pop_front();
-      return QIV_OK;
-    }
-    // The count of a pointer that reset() has removed.
+    // Sleeps, since a thread of real-time priority may keep the other from running.
+    if (isForAnother) QIV_Sleep(kGiveWayMs);
     if (timeout == kNoLimit) continue;
     // In microseconds: the turns of many such counts are short.
     remaining = std::max(remaining - MicrosecondsSince(start), 0LL);
     if (remaining == 0) return QIV_ERROR;
   }
+}
+
+void qiv_msgq::leave(unsigned int generation) noexcept {
+  const RecursiveLock lock(m_mutex);
+  --(generation == m_generation ? m_waiting : m_leaving);
 }
 
 void qiv_msgq::reset() noexcept {
@@ -108,7 +140,10 @@ void qiv_msgq::destroy() noexcept {
   if (m_queue == nullptr) return;
   delete m_queue;
   m_queue = nullptr;
-  m_sem.post_1();
+  ++m_generation;
+  m_leaving += m_waiting;
+  m_sem.post(static_cast<int>(m_waiting));
+  m_waiting = 0;
 }
 
 }  // namespace qiv

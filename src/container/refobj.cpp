@@ -6,6 +6,8 @@
 
 namespace qiv {
 
+static_assert(sizeof(void*) != 4 || sizeof(qiv_refobj) == 8, "virtual table and count");
+
 qiv_refobj::qiv_refobj() noexcept : m_count(0) {}
 
 qiv_refobj::~qiv_refobj() = default;

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <deque>
+#include <memory>
 #include <new>
 #include <random>
 #include <string>
@@ -27,6 +28,47 @@ using qiv::test::RunInThread;
 using LockfreeQueueTest = qiv::test::CountedElementTest;
 
 ElementPointer NewElement(int number = 0) { return new CountedElement(0, number); }
+
+QIV_TRACEINFO Record(const char* first) {
+  QIV_TRACEINFO record = {};
+  std::strcpy(record.firstText, first);
+  std::strcpy(record.secondText, first[0] == '\0' ? "" : "second");
+  std::strcpy(record.thirdText, "third");
+  record.firstFlag = 1;
+  record.secondFlag = 255;
+  return record;
+}
+
+/** Runs a function on a thread whose trace record is the given one, or none. */
+template <class Function>
+void RunTraced(const char* first, Function function) {
+  RunInThread([first, function] {
+    const QIV_TRACEINFO record = Record(first);
+    qiv_tlsTraceInfoOper* const trace = qiv_tlsTraceInfoOper::instance();
+    // Kept: an empty record is refused.
+    EXPECT_EQ(first[0] == '\0' ? -1 : 0, trace->setTraceInfo(&record));
+    function();
+    trace->eraseTraceInfo();
+    return 0;
+  }).Get();
+}
+
+/** A function on a thread without a trace record, which it may get there. */
+template <class Function>
+void RunUntraced(Function function) {
+  RunInThread([function] {
+    function();
+    qiv_tlsTraceInfoOper::instance()->eraseTraceInfo();
+    return 0;
+  }).Get();
+}
+
+/** The calling thread's record; first text "none" where it has none. */
+QIV_TRACEINFO CurrentRecord() {
+  QIV_TRACEINFO record = {};
+  if (qiv_tlsTraceInfoOper::instance()->getTraceInfo(&record) != 0) return Record("none");
+  return record;
+}
 
 TEST_F(LockfreeQueueTest, NewQueueIsEmpty) {
   qiv_lockfreeQ queue;
@@ -102,18 +144,67 @@ TEST_F(LockfreeQueueTest, QueueIsCountedItself) {
   EXPECT_EQ(1, queue->size());
 }
 
-TEST_F(LockfreeQueueTest, PushWithoutMemoryThrowsAndQueuesNothing) {
-  qiv_lockfreeQ queue;
-  const ElementPointer element = NewElement();
-  {
-    const FailingAllocation failing(1);
-    EXPECT_THROW(queue.push_back(element), std::bad_alloc);
+/** How many allocations of a push failed, each of them once. */
+template <class Queue>
+int FailEveryAllocationOfAPush(Queue& queue, const ElementPointer& element) {
+  for (int nth = 1;; ++nth) {
+    const FailingAllocation failing(nth);
+    try {
+      queue.push_back(element);
+      EXPECT_FALSE(failing.Happened());
+      return nth - 1;
+    } catch (const std::bad_alloc&) {
+      EXPECT_TRUE(failing.Happened());
+      EXPECT_EQ(1, Count(element));
+      EXPECT_EQ(0, queue.size());
+      EXPECT_EQ(1, queue.empty());
+      EXPECT_FALSE(queue.pop_front());
+    }
   }
-  EXPECT_EQ(1, Count(element));
-  EXPECT_EQ(0, queue.size());
-  EXPECT_FALSE(queue.pop_front());
-  queue.push_back(element);
-  EXPECT_TRUE(queue.pop_front() == element);
+}
+
+TEST_F(LockfreeQueueTest, PushWithoutMemoryThrowsAndQueuesNothing) {
+  RunUntraced([] {
+    qiv_lockfreeQ queue;
+    qiv::qiv_lockfreeQImpl inner;
+    const ElementPointer element = NewElement();
+    EXPECT_EQ(1, FailEveryAllocationOfAPush(queue, element));
+    EXPECT_TRUE(queue.pop_front() == element);
+    EXPECT_EQ(1, FailEveryAllocationOfAPush(inner, element));
+    EXPECT_TRUE(inner.pop_front() == element);
+    EXPECT_EQ(1, Count(element));
+  });
+}
+
+TEST_F(LockfreeQueueTest, PopWithoutMemoryForTheRecordGivesTheElement) {
+  int failures = 0;
+  for (bool happened = true; happened;) {
+    qiv_lockfreeQ queue;
+    RunTraced("pusher", [&queue] { queue.push_back(NewElement()); });
+    RunUntraced([&] {
+      const FailingAllocation failing(failures + 1);
+      const ElementPointer element = queue.pop_front();
+      happened = failing.Happened();
+      EXPECT_TRUE(element);
+      EXPECT_EQ(1, Count(element));
+      EXPECT_STREQ(happened ? "none" : "pusher", CurrentRecord().firstText);
+    });
+    EXPECT_EQ(0, queue.size());
+    EXPECT_EQ(0, CountedElement::Living());
+    if (happened) ++failures;
+  }
+  EXPECT_GE(failures, 1);
+}
+
+TEST_F(LockfreeQueueTest, LookingAtAndDestroyingAQueueNeedNoMemory) {
+  auto queue = std::make_unique<qiv_lockfreeQ>();
+  for (int number = 0; number < 3; ++number) queue->push_back(NewElement(number));
+  const FailingAllocation failing(1);
+  EXPECT_EQ(3, queue->size());
+  EXPECT_EQ(0, queue->empty());
+  queue.reset();
+  EXPECT_EQ(0, CountedElement::Living());
+  EXPECT_FALSE(failing.Happened());
 }
 
 TEST_F(LockfreeQueueTest, QueueMadeWithoutMemoryHoldsNothing) {
@@ -153,37 +244,6 @@ TEST_F(LockfreeQueueTest, RandomPushesAndPopsAgreeWithAPlainModel) {
     ASSERT_EQ(model.empty() ? 1 : 0, queue.empty());
     ASSERT_EQ(static_cast<int>(model.size()), CountedElement::Living());
   }
-}
-
-QIV_TRACEINFO Record(const char* first) {
-  QIV_TRACEINFO record = {};
-  std::strcpy(record.firstText, first);
-  std::strcpy(record.secondText, first[0] == '\0' ? "" : "second");
-  std::strcpy(record.thirdText, "third");
-  record.firstFlag = 1;
-  record.secondFlag = 255;
-  return record;
-}
-
-/** Runs a function on a thread whose trace record is the given one, or none. */
-template <class Function>
-void RunTraced(const char* first, Function function) {
-  RunInThread([first, function] {
-    const QIV_TRACEINFO record = Record(first);
-    qiv_tlsTraceInfoOper* const trace = qiv_tlsTraceInfoOper::instance();
-    // Kept: an empty record is refused.
-    EXPECT_EQ(first[0] == '\0' ? -1 : 0, trace->setTraceInfo(&record));
-    function();
-    trace->eraseTraceInfo();
-    return 0;
-  }).Get();
-}
-
-/** The calling thread's record; first text "none" where it has none. */
-QIV_TRACEINFO CurrentRecord() {
-  QIV_TRACEINFO record = {};
-  if (qiv_tlsTraceInfoOper::instance()->getTraceInfo(&record) != 0) return Record("none");
-  return record;
 }
 
 TEST_F(LockfreeQueueTest, PopperTakesOverTheWholeRecordOfThePusher) {
@@ -227,6 +287,19 @@ TEST_F(LockfreeQueueTest, PushWithoutARecordClearsTheElementsAndThePopperKeepsIt
     EXPECT_TRUE(queue.pop_front());
     EXPECT_STREQ("none", CurrentRecord().firstText);
   });
+}
+
+TEST_F(LockfreeQueueTest, ElementQueuedTwiceBringsTheRecordOfItsLastPushWithBothPops) {
+  qiv_lockfreeQ queue;
+  const ElementPointer element = NewElement();
+  RunTraced("first push", [&] { queue.push_back(element); });
+  RunTraced("last push", [&] { queue.push_back(element); });
+  for (int pop = 0; pop < 2; ++pop) {
+    RunTraced("popper", [&queue] {
+      queue.pop_front();
+      EXPECT_STREQ("last push", CurrentRecord().firstText);
+    });
+  }
 }
 
 TEST_F(LockfreeQueueTest, PopOfAnEmptyQueueLeavesTheRecordAlone) {

@@ -13,7 +13,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "support/failing_allocation.h"
+#include "container/haltable_call.h"
 #include "support/interrupting_signals.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
@@ -24,7 +24,8 @@
 namespace {
 
 using qiv::qiv_msgq;
-using qiv::test::FailingAllocation;
+using qiv::test::Halt;
+using qiv::test::HaltableCall;
 using qiv::test::RunInThread;
 using qiv::test::ScaledLoad;
 using qiv::test::SleepingCall;
@@ -32,6 +33,15 @@ using qiv::test::Stopwatch;
 
 class MessageQueueClassTest : public qiv::test::LeakCheckedTest {
  protected:
+  /** Expects that no count without a pointer is left: a get of -5 ms would return -1 for it. */
+  void ExpectNoCountLeft() {
+    QIV_MSG_BLOCK_T* block = nullptr;
+    SleepingCall get([&] { return m_queue.getq(&block, -5); });
+    EXPECT_EQ(0, m_queue.putq(&m_blocks[3]));
+    EXPECT_EQ(0, get.Get());
+    EXPECT_EQ(&m_blocks[3], block);
+  }
+
   /** The first pointer, or null when there is none at once. */
   QIV_MSG_BLOCK_T* Take() {
     QIV_MSG_BLOCK_T* block = nullptr;
@@ -138,6 +148,93 @@ TEST_F(MessageQueueClassTest, DestroySendsEveryWaitingThreadAway) {
   for (const auto& get : gets) EXPECT_EQ(-1, get->Get());
 }
 
+/** Gets of 60 s that sleep, then stand still until the halt ends. */
+std::vector<std::unique_ptr<HaltableCall<int>>> HaltedGets(qiv_msgq& queue, const Halt& halt) {
+  std::vector<std::unique_ptr<HaltableCall<int>>> gets;
+  for (int i = 0; i < 3; ++i) {
+    gets.push_back(std::make_unique<HaltableCall<int>>([&queue] {
+      QIV_MSG_BLOCK_T* block = nullptr;
+      return queue.getq(&block, 60000);
+    }));
+    halt.Stop(gets.back()->Thread());
+  }
+  return gets;
+}
+
+TEST_F(MessageQueueClassTest, DestroySendsEveryWaitingThreadAwayAlsoWhenInitFollowsAtOnce) {
+  Halt halt;
+  const auto gets = HaltedGets(m_queue, halt);
+  m_queue.destroy();
+  ASSERT_EQ(0, m_queue.init());
+  halt.GoOn();
+  for (const auto& get : gets) EXPECT_EQ(-1, get->Get());
+  ASSERT_EQ(0, m_queue.putq(&m_blocks[0]));
+  EXPECT_EQ(&m_blocks[0], Take());
+}
+
+TEST_F(MessageQueueClassTest, ThreadsOfEveryDestroyedQueueAreSentAway) {
+  Halt halt;
+  const auto first = HaltedGets(m_queue, halt);
+  m_queue.destroy();
+  ASSERT_EQ(0, m_queue.init());
+  const auto second = HaltedGets(m_queue, halt);
+  m_queue.destroy();
+  m_queue.destroy();
+  ASSERT_EQ(0, m_queue.init());
+  halt.GoOn();
+  for (const auto& get : first) EXPECT_EQ(-1, get->Get());
+  for (const auto& get : second) EXPECT_EQ(-1, get->Get());
+  ExpectNoCountLeft();
+  ASSERT_EQ(0, m_queue.putq(&m_blocks[0]));
+  m_queue.reset();
+  QIV_MSG_BLOCK_T* block = nullptr;
+  EXPECT_EQ(-1, m_queue.getq(&block, -5));
+  ExpectNoCountLeft();  // nobody is left for whom it would be given back
+}
+
+TEST_F(MessageQueueClassTest, ThreadsOfADestroyedQueueLeaveThePointersOfTheNextOneAlone) {
+  Halt halt;
+  const auto gets = HaltedGets(m_queue, halt);
+  m_queue.destroy();
+  ASSERT_EQ(0, m_queue.init());
+  for (std::size_t i = 0; i < 2; ++i) ASSERT_EQ(0, m_queue.putq(&m_blocks[i]));
+  halt.GoOn();
+  for (const auto& get : gets) EXPECT_EQ(-1, get->Get());
+  EXPECT_EQ(&m_blocks[0], Take());
+  EXPECT_EQ(&m_blocks[1], Take());
+  EXPECT_EQ(nullptr, Take());
+}
+
+TEST_F(MessageQueueClassTest, GetOfTheNextQueueKeepsNobodyInTheDestroyedOne) {
+  Halt halt;
+  const auto gets = HaltedGets(m_queue, halt);
+  m_queue.destroy();
+  ASSERT_EQ(0, m_queue.init());
+  // These wake for what is meant for the halted ones.
+  EXPECT_EQ(nullptr, Take());
+  QIV_MSG_BLOCK_T* block = nullptr;
+  const Stopwatch watch;
+  EXPECT_EQ(-1, m_queue.getq(&block, 50));
+  EXPECT_GE(watch.Milliseconds(), 47);
+  SleepingCall next([&] { return m_queue.getq(&block, -1); });
+  EXPECT_FALSE(next.HasReturned());
+  halt.GoOn();
+  for (const auto& get : gets) EXPECT_EQ(-1, get->Get());
+  EXPECT_FALSE(next.HasReturned());
+  ASSERT_EQ(0, m_queue.putq(&m_blocks[1]));
+  EXPECT_EQ(0, next.Get());
+  EXPECT_EQ(&m_blocks[1], block);
+}
+
+TEST_F(MessageQueueClassTest, DestroyWithoutWaitingThreadsWakesNobodyLater) {
+  QIV_MSG_BLOCK_T* block = nullptr;
+  EXPECT_EQ(-1, m_queue.getq(&block, 1));
+  m_queue.destroy();
+  m_queue.destroy();
+  ASSERT_EQ(0, m_queue.init());
+  ExpectNoCountLeft();
+}
+
 TEST_F(MessageQueueClassTest, InitOfAUsableQueueIsKeptLosingItsContent) {
   // In a process of its own, since the old deque is lost, too.
   const auto check = [this] {
@@ -148,39 +245,6 @@ TEST_F(MessageQueueClassTest, InitOfAUsableQueueIsKeptLosingItsContent) {
     _exit(isInit && isEmpty && isUsable ? 0 : 1);
   };
   EXPECT_EXIT(check(), ::testing::ExitedWithCode(0), "");
-}
-
-TEST_F(MessageQueueClassTest, QueueMadeWithoutMemoryRefusesUntilInit) {
-  for (int nth = 1;; ++nth) {
-    QIV_MSG_BLOCK_T* block = nullptr;
-    std::unique_ptr<FailingAllocation> failing(new FailingAllocation(nth + 1));
-    const std::unique_ptr<qiv_msgq> queue(new qiv_msgq);
-    const bool happened = failing->Happened();
-    failing.reset();
-    if (!happened) {
-      EXPECT_EQ(0, queue->putq(&m_blocks[0]));
-      EXPECT_GT(nth, 1);
-      return;
-    }
-    EXPECT_EQ(-1, queue->putq(&m_blocks[0]));
-    EXPECT_EQ(-1, queue->getq(&block, -1));
-    EXPECT_EQ(0, queue->init());
-    EXPECT_EQ(0, queue->putq(&m_blocks[0]));
-  }
-}
-
-TEST_F(MessageQueueClassTest, PutWithoutMemoryQueuesNothing) {
-  int accepted = 0;
-  {
-    const FailingAllocation failing(1);
-    while (m_queue.putq(&m_blocks[0]) == 0) ++accepted;
-    EXPECT_TRUE(failing.Happened());
-  }
-  QIV_MSG_BLOCK_T* block = nullptr;
-  for (int i = 0; i < accepted; ++i) EXPECT_EQ(0, m_queue.getq(&block, -1));
-  EXPECT_EQ(nullptr, Take());
-  EXPECT_EQ(0, m_queue.putq(&m_blocks[1]));
-  EXPECT_EQ(&m_blocks[1], Take());
 }
 
 TEST_F(MessageQueueClassTest, DestructorIsVirtualAndLeavesTheBlocksAlone) {
@@ -203,6 +267,9 @@ TEST_F(MessageQueueClassTest, CancelledGetLeavesTheQueueUsable) {
   ASSERT_EQ(0, pthread_join(thread, nullptr));
   ASSERT_EQ(0, m_queue.putq(&m_blocks[0]));
   EXPECT_EQ(&m_blocks[0], Take());
+  m_queue.destroy();
+  ASSERT_EQ(0, m_queue.init());
+  ExpectNoCountLeft();  // the destruction has given none for the cancelled thread
 }
 
 TEST_F(MessageQueueClassTest, ManyProducersAndConsumersLoseAndDoubleNothing) {

@@ -5,18 +5,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <string>
 #include <vector>
 
 #include "container/message_queue.h"
 #include "container/message_queue_fixture.h"
 #include "support/captured_output.h"
-#include "support/failing_allocation.h"
 
 namespace {
 
 using qiv::test::CapturedOutput;
-using qiv::test::FailingAllocation;
 using qiv::test::Message;
 using qiv::test::Room;
 
@@ -33,14 +30,6 @@ class MessageQueueTableTest : public qiv::test::LeakCheckedTest {
     std::vector<QIV_MQ_INTER*> queues(kPlaces);
     for (QIV_MQ_INTER*& queue : queues) EXPECT_EQ(0, QIV_MsgQCreateEx(&queue));
     return queues;
-  }
-
-  static std::size_t Count(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-      ++count;
-    }
-    return count;
   }
 
  private:
@@ -92,41 +81,6 @@ TEST_F(MessageQueueTableTest, DestroyDiscardsWhatIsStored) {
   EXPECT_EQ(queue, again) << "the stale handle names the new queue";
   QIV_MSG_BLOCK_T got = Room(10);
   EXPECT_EQ(-1, QIV_MsgQReceiveEx(again, &got, 1));
-}
-
-TEST_F(MessageQueueTableTest, CreateWithoutMemoryGivesThePlaceWhichStaysFree) {
-  int failures = 0;
-  QIV_MQ_INTER* queue = nullptr;
-  for (int nth = 1;; ++nth) {
-    queue = nullptr;
-    const FailingAllocation failing(nth);
-    const int result = QIV_MsgQCreateEx(&queue);
-    if (!failing.Happened()) {
-      EXPECT_EQ(0, result);
-      break;
-    }
-    EXPECT_EQ(-1, result);
-    EXPECT_EQ(&qiv::container::g_MsgQTable[0], queue) << "kept";
-    const QIV_MSG_BLOCK_T message = Message(0, "a");
-    EXPECT_EQ(-1, QIV_MsgQSendEx(queue, &message));
-    ++failures;
-  }
-  EXPECT_GE(failures, 2) << "one for each condition";
-  EXPECT_EQ(&qiv::container::g_MsgQTable[0], queue);
-}
-
-TEST_F(MessageQueueTableTest, CreateAndDestroyWriteALineForEachCondition) {
-  QIV_MQ_INTER* queue = nullptr;
-  CapturedOutput created(STDERR_FILENO);
-  ASSERT_EQ(0, QIV_MsgQCreateEx(&queue));
-  const std::string creation = created.Stop();
-  CapturedOutput destroyed(STDERR_FILENO);
-  ASSERT_EQ(0, QIV_MsgQDestroyEx(queue));
-  const std::string end = destroyed.Stop();
-  EXPECT_EQ(2u, Count(creation, "QIV_CondCreate pCond:"));
-  EXPECT_EQ(2u, Count(creation, "\n"));
-  EXPECT_EQ(2u, Count(end, "QIV_CondDestroy pCond:"));
-  EXPECT_EQ(2u, Count(end, "\n"));
 }
 
 TEST_F(MessageQueueTableTest, QueuesWorkWithoutAStart) {

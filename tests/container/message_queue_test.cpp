@@ -8,12 +8,10 @@
 
 #include "container/message_queue.h"
 #include "container/message_queue_fixture.h"
-#include "support/failing_allocation.h"
 
 namespace {
 
 using qiv::test::DataOf;
-using qiv::test::FailingAllocation;
 using qiv::test::kNoLimit;
 using qiv::test::Message;
 using qiv::test::Room;
@@ -129,33 +127,6 @@ TEST_F(MessageQueueTest, ReceiveWithTooLittleRoomIsKeptLosingTheMessage) {
   EXPECT_EQ(0x5A, got.chMsgData[0]);
   EXPECT_EQ("next", Take());
   EXPECT_TRUE(IsEmpty());
-}
-
-TEST_F(MessageQueueTest, SendWithoutMemoryLeavesTheQueueAsItWas) {
-  Send(1, "a");
-  const QIV_MSG_BLOCK_T message = Message(2, "b");
-  {
-    const FailingAllocation failing(1);
-    EXPECT_EQ(-1, QIV_MsgQSendEx(m_queue, &message));
-    EXPECT_TRUE(failing.Happened());
-  }
-  EXPECT_EQ("a", Take());
-  EXPECT_TRUE(IsEmpty());
-  EXPECT_EQ(0, QIV_MsgQSendEx(m_queue, &message));
-  EXPECT_EQ("b", Take());
-}
-
-TEST_F(MessageQueueTest, EachMessageIsOneAllocationAndReceivingIsNone) {
-  const QIV_MSG_BLOCK_T message = Message(2, "b");
-  {
-    const FailingAllocation failing(2);
-    EXPECT_EQ(0, QIV_MsgQSendEx(m_queue, &message));
-    EXPECT_FALSE(failing.Happened());
-  }
-  QIV_MSG_BLOCK_T got = Room(1);
-  const FailingAllocation failing(1);
-  EXPECT_EQ(0, QIV_MsgQReceiveEx(m_queue, &got, 0));
-  EXPECT_FALSE(failing.Happened());
 }
 
 TEST_F(MessageQueueTest, QueuesDoNotMix) {

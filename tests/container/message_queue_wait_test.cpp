@@ -79,27 +79,6 @@ TEST_F(MessageQueueWaitTest, TimeOutOfZeroTakesAMessageThatIsThere) {
   EXPECT_EQ("a", DataOf(block));
 }
 
-TEST_F(MessageQueueWaitTest, ReceiverThatFindsTheMessageGoneWaitsForTheRestOfItsTime) {
-  std::vector<std::unique_ptr<SleepingCall<std::string>>> receivers;
-  for (int i = 0; i < 3; ++i) receivers.push_back(SleepingReceive(1000));
-  const Stopwatch watch;
-  Send(0, "a");
-  int taken = 0;
-  for (const auto& receiver : receivers) taken += receiver->Get() == "a" ? 1 : 0;
-  EXPECT_EQ(1, taken);
-  EXPECT_LT(watch.Milliseconds(), 1000 + qiv::test::TestLimit().count());
-}
-
-TEST_F(MessageQueueWaitTest, CountWithoutAMessageDoesNotKeepAReceiverPastItsTime) {
-  m_queue->nMsgCount = 1;
-  QIV_MSG_BLOCK_T block = Room(10);
-  EXPECT_EQ(-1, QIV_MsgQReceiveEx(m_queue, &block, 0));
-  const Stopwatch watch;
-  EXPECT_EQ(-1, QIV_MsgQReceiveEx(m_queue, &block, 30));
-  EXPECT_GE(watch.Milliseconds(), 28);
-  m_queue->nMsgCount = 0;
-}
-
 TEST_F(MessageQueueWaitTest, DestroySendsWaitingReceiversAway) {
   std::vector<std::unique_ptr<SleepingCall<std::string>>> receivers;
   for (const unsigned int timeoutMs : {kNoLimit, 0u, 60000u}) {

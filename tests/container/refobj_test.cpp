@@ -56,6 +56,17 @@ TEST(RefObjTest, LastReleaseCallsTheOverriddenDestroy) {
   EXPECT_EQ(2, object.timesDestroyed);
 }
 
+/** Takes and drops a reference to itself while it is made. */
+class SelfReferring : public Reused {
+ public:
+  SelfReferring() { const cshared_ptr<Reused> pointer(this); }
+};
+
+TEST(RefObjTest, ConstructorThatDropsAReferenceToItsObjectDestroysItEarly) {
+  const SelfReferring object;
+  EXPECT_EQ(1, object.timesDestroyed);
+}
+
 TEST(RefObjTest, ReleaseWithoutAReferenceDestroysNothing) {
   Reused object;
   EXPECT_EQ(-1, object.release());
@@ -131,6 +142,48 @@ TEST(SharedPointerTest, PointerToDerivedConverts) {
   EXPECT_EQ(2, Count(base));
   EXPECT_EQ(7, derived->number);
   EXPECT_EQ(static_cast<cobject*>(derived.get()), &*base);
+}
+
+TEST(SharedPointerTest, ComparesWithNullOnEitherSide) {
+  const ElementPointer null;
+  EXPECT_TRUE(null == nullptr);
+  EXPECT_TRUE(nullptr == null);
+  EXPECT_FALSE(null != nullptr);
+  EXPECT_FALSE(nullptr != null);
+  const ElementPointer pointer(new CountedElement);
+  EXPECT_FALSE(pointer == nullptr);
+  EXPECT_FALSE(nullptr == pointer);
+  EXPECT_TRUE(pointer != nullptr);
+  EXPECT_TRUE(nullptr != pointer);
+}
+
+TEST(SharedPointerTest, ComparesWithPointerToDerivedOnEitherSide) {
+  const cshared_ptr<CountedElement> derived(new CountedElement);
+  const ElementPointer same = derived;
+  const ElementPointer other(new CountedElement);
+  EXPECT_TRUE(derived == same);
+  EXPECT_TRUE(same == derived);
+  EXPECT_FALSE(derived != same);
+  EXPECT_FALSE(same != derived);
+  EXPECT_FALSE(derived == other);
+  EXPECT_TRUE(derived != other);
+}
+
+TEST(SharedPointerTest, ComparesWithPlainPointersOnEitherSide) {
+  auto* const element = new CountedElement;
+  const ElementPointer pointer(element);
+  const ElementPointer other(new CountedElement);
+  const cobject* const base = element;
+  EXPECT_TRUE(pointer == element);
+  EXPECT_TRUE(element == pointer);
+  EXPECT_TRUE(pointer == base);
+  EXPECT_FALSE(pointer != element);
+  EXPECT_FALSE(element != pointer);
+  EXPECT_FALSE(other == element);
+  EXPECT_FALSE(element == other);
+  EXPECT_TRUE(other != element);
+  EXPECT_TRUE(base != other);
+  EXPECT_EQ(1, Count(pointer)) << "a comparison takes no reference";
 }
 
 TEST(SharedPointerTest, DetachAndAdoptHandAReferenceOver) {
