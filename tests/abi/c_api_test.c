@@ -331,6 +331,20 @@ static void UseDebug(void) {
   qiv2_log("one", 2, 2.5);
 }
 
+static void UseLog(void) {
+  char head[64];
+  CHECK(WriteLog(LOG_INF, __FILE__, __LINE__, "no target: %d", 1) == -5);
+  CHECK(EnableTarget(LOG_TARGET_DEBUG, NULL, 0, 0) == 0);
+  CHECK(WriteLog(LOG_INF, __FILE__, __LINE__, "from %s", "C99") == 0);
+  CHECK(DisableTarget(LOG_TARGET_DEBUG) == 0);
+  CHECK(AdjustLogLevel(LOG_ERR) == 0);
+  CHECK(StopLogService(true) == 0);
+  CHECK(StartLogService() == 0);
+  CHECK(FormatTimeAndName(head, sizeof head, LOG_DBG, "f", 1) > 0);
+  CHECK(GetLogService() != NULL);
+  CHECK(QIV_Log(0, NULL) == 0);
+}
+
 static void UseSystem(void) {
   QIV_UUID_T id;
   char text[64];
@@ -367,6 +381,7 @@ int main(void) {
   UseSocketAndPoll();
   UseAsyncIo();
   UseDebug();
+  UseLog();
   UseSystem();
   CHECK(QIV_Fini() == 0);
   return g_failures == 0 ? 0 : 1;
