@@ -2,7 +2,7 @@
  * Loads and unloads the shared library many times and checks that the process is afterwards what it
  * was before: mappings, memory, descriptors, threads and thread-local keys.
  *
- * usage: unload_test LIBRARY load|start|threads|pool
+ * usage: unload_test LIBRARY load|start|threads|pool|log
  */
 #include <dirent.h>
 #include <dlfcn.h>
@@ -37,6 +37,8 @@ typedef unsigned int (*ThreadCreate)(void* (*routine)(void*), void* argument,
 typedef int (*ThreadWait)(unsigned int id);
 typedef int (*PoolInit)(unsigned int limit);
 typedef void* (*PoolAlloc)(unsigned int size);
+typedef int (*Log)(int level, const char* file, int line, const char* format, ...);
+typedef int (*EnableTarget)(int target, const void* arg, unsigned int maxSize, unsigned int cyclic);
 
 /* Writes the address of a function to `function`, which points to a function pointer: ISO C has no
  * cast from what dlsym() gives to one. */
@@ -172,6 +174,16 @@ static void UseGlobalPool(void* library) {
   if (fini() != 0) Fail("QIV_FiniMemoryPool_Inter failed");
 }
 
+/* Leaves the service running, with a line that is just written. */
+static void UseLog(void* library) {
+  Log writeLog;
+  EnableTarget enable;
+  FindFunction(library, "WriteLog", &writeLog);
+  FindFunction(library, "EnableTarget", &enable);
+  if (enable(1, NULL, 0, 0) != 0) Fail("EnableTarget failed");
+  if (writeLog(1, "f", 1, "x") != 0) Fail("WriteLog failed");
+}
+
 static void RunRounds(const char* path, const char* mode, int rounds) {
   int round;
   for (round = 0; round < rounds; ++round) {
@@ -181,6 +193,7 @@ static void RunRounds(const char* path, const char* mode, int rounds) {
     if (strcmp(mode, "start") == 0) StartAndStop(library);
     if (strcmp(mode, "threads") == 0) RunThread(library);
     if (strcmp(mode, "pool") == 0) UseGlobalPool(library);
+    if (strcmp(mode, "log") == 0) UseLog(library);
     if (dlclose(library) != 0) Fail(dlerror());
     if (dlopen(path, RTLD_NOW | RTLD_NOLOAD) != NULL) Fail("the library stays after dlclose()");
   }
@@ -203,7 +216,7 @@ static int EndsAs(const Usage* before) {
 int main(int argc, char** argv) {
   Usage before;
   int freeKeys;
-  if (argc != 3) Fail("usage: unload_test LIBRARY load|start|threads|pool");
+  if (argc != 3) Fail("usage: unload_test LIBRARY load|start|threads|pool|log");
   RunRounds(argv[1], argv[2], kWarmUpRounds);
   (void)Measure();
   freeKeys = CountFreeKeys();
