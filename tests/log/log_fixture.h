@@ -115,14 +115,26 @@ class BlockedWriter {
   int m_pipe = -1;
 };
 
+/** Reads members that the writer changes. */
+template <class Read>
+auto UnderQueueMutex(Read read) {
+  LogService* const service = GetLogService();
+  pthread_mutex_lock(&service->queueMutex);
+  const auto value = read(*service);
+  pthread_mutex_unlock(&service->queueMutex);
+  return value;
+}
+
+inline unsigned int FreeBytes() {
+  return UnderQueueMutex([](const LogService& service) { return service.nRingFree; });
+}
+
 /** True once the writer has taken all that was queued. */
 inline bool WaitUntilTaken() {
   return Eventually([] {
-    LogService* const service = GetLogService();
-    pthread_mutex_lock(&service->queueMutex);
-    const bool isTaken = service->logQueue == nullptr || service->logQueue->empty();
-    pthread_mutex_unlock(&service->queueMutex);
-    return isTaken;
+    return UnderQueueMutex([](const LogService& service) {
+      return service.logQueue == nullptr || service.logQueue->empty();
+    });
   });
 }
 

@@ -26,6 +26,7 @@ using qiv::test::BlockedWriter;
 using qiv::test::CapturedOutput;
 using qiv::test::FailingAllocation;
 using qiv::test::FailingFor;
+using qiv::test::FreeBytes;
 using qiv::test::Lines;
 using qiv::test::LogTest;
 using qiv::test::SleepingCall;
@@ -156,7 +157,7 @@ TEST_F(LogServiceTest, LastByteOfATextCountsAsItsEnd) {
 TEST_F(LogServiceTest, RingTakes2MiBAndThenGivesMinus4) {
   BlockedWriter writer(WorkingName(1));
   BlockTheWriter();
-  EXPECT_EQ(kRingBytes, GetLogService()->nRingFree) << "credited before it is written";
+  EXPECT_EQ(kRingBytes, FreeBytes()) << "credited before it is written";
   const std::string text(997, 'x');  // 1000 bytes in the ring
   unsigned int accepted = 0;
   while (PushLine(text) == 0) ++accepted;
@@ -224,7 +225,7 @@ TEST_F(LogServiceTest, LineForWhichTheQueueCannotGrowIsKeptToGive0AndTold) {
 TEST_F(LogServiceTest, QueueThatCannotGrowForTheMessageEitherLosesTheLineOnly) {
   BlockedWriter writer(WorkingName(1));
   BlockTheWriter();
-  const unsigned int freeBytes = GetLogService()->nRingFree;
+  const unsigned int freeBytes = FreeBytes();
   unsigned int queued = 0;
   {
     const FailingAllocation failing(1, FailingFor::kEver);
@@ -233,7 +234,7 @@ TEST_F(LogServiceTest, QueueThatCannotGrowForTheMessageEitherLosesTheLineOnly) {
       ++queued;
     }
   }
-  EXPECT_EQ(freeBytes - (queued - 1) * 4, GetLogService()->nRingFree);
+  EXPECT_EQ(freeBytes - (queued - 1) * 4, FreeBytes());
   writer.Open();
   const auto stopped = qiv::test::RunInThread([] { return StopLogService(false); });
   EXPECT_EQ(queued, Lines(writer.Read()).size()) << "the first line, and all but the last of these";
@@ -304,6 +305,7 @@ TEST_F(LogServiceTest, ProcessThatExitsWhileATargetBlocksEndsAllTheSame) {
 
 TEST_F(LogServiceTest, ProcessThatExitsWhileOtherThreadsLogEnds) {
   const std::string directory = Directory();
+  const std::string third = FinishedName(3);
   EXPECT_EXIT(
       {
         EnableTarget(LOG_TARGET_FILE, directory.c_str(), 10000, 1);
@@ -312,7 +314,7 @@ TEST_F(LogServiceTest, ProcessThatExitsWhileOtherThreadsLogEnds) {
             for (;;) WriteLog(LOG_ERR, "f", 1, "x");
           }).detach();
         }
-        qiv::test::Eventually([] { return GetLogService()->nFileIndex > 2; });
+        qiv::test::Eventually([&] { return access(third.c_str(), F_OK) == 0; });
         std::exit(3);
       },
       testing::ExitedWithCode(3), "");
