@@ -1,4 +1,6 @@
 // The host's adapters: one per IPv4 address, with the IPv6 addresses of the same hardware address.
+#include "net/adapter.h"
+
 #include <arpa/inet.h>
 #include <qiv/adapter.h>
 #include <qiv/debug.h>
@@ -167,18 +169,6 @@ void AddIpv6ToAll(QIV_ADAPTER_INFO* adapters) noexcept {
   }
 }
 
-/** Leaves `family` alone when no adapter has an address. */
-void TellFamily(const QIV_ADAPTER_INFO* adapter, int& family) noexcept {
-  bool hasIpv4 = false;
-  bool hasIpv6 = false;
-  for (; adapter != nullptr; adapter = adapter->pNext) {
-    hasIpv4 = hasIpv4 || adapter->pIpv4List != nullptr;
-    hasIpv6 = hasIpv6 || adapter->pIpv6List != nullptr;
-  }
-  if (hasIpv4) family = hasIpv6 ? QIV_AF_INET6_DUAL : AF_INET;
-  if (hasIpv6 && !hasIpv4) family = AF_INET6;
-}
-
 bool FindMac(const char* ip, MacAddress& out) noexcept {
   const base::Descriptor socket = QuerySocket();
   InterfaceList interfaces;
@@ -196,6 +186,18 @@ bool FindMac(const char* ip, MacAddress& out) noexcept {
 }
 
 }  // namespace
+
+void TellFamily(const QIV_ADAPTER_INFO* adapter, int& family) noexcept {
+  bool hasIpv4 = false;
+  bool hasIpv6 = false;
+  for (; adapter != nullptr; adapter = adapter->pNext) {
+    hasIpv4 = hasIpv4 || adapter->pIpv4List != nullptr;
+    hasIpv6 = hasIpv6 || adapter->pIpv6List != nullptr;
+  }
+  if (hasIpv4) family = hasIpv6 ? QIV_AF_INET6_DUAL : AF_INET;
+  if (hasIpv6 && !hasIpv4) family = AF_INET6;
+}
+
 }  // namespace qiv::net
 
 extern "C" {

@@ -19,7 +19,7 @@ namespace {
 constexpr timeval kAnswerLimit = {3, 0};
 
 // Signals and messages of others that the wait for one answer lives through.
-constexpr int kMaxInterruptions = 1000;
+constexpr int kMaxInterruptions = 100;
 
 struct LinkRequest {
   nlmsghdr header;
@@ -123,15 +123,6 @@ bool Dump(int socket, const Request& request, AnswerBuffer& buffer,
   return true;
 }
 
-bool DumpBoth(int socket, LinkTable& links, Ipv6Table& addresses) noexcept {
-  AnswerBuffer buffer;
-  const auto linkRequest = MakeRequest<LinkRequest>(RTM_GETLINK, 1);
-  if (!Dump(socket, linkRequest, buffer, TakeLinks, links)) return false;
-  auto addressRequest = MakeRequest<AddressRequest>(RTM_GETADDR, 2);
-  addressRequest.address.ifa_family = AF_INET6;
-  return Dump(socket, addressRequest, buffer, TakeIpv6Addresses, addresses);
-}
-
 bool Fail(const char* format) noexcept {
   QIV_OutputDebug(format, errno);
   return false;
@@ -140,8 +131,6 @@ bool Fail(const char* format) noexcept {
 }  // namespace
 
 bool AskLinksAndIpv6Addresses(LinkTable& links, Ipv6Table& addresses) noexcept {
-  links = {};
-  addresses = {};
   const base::Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
   if (!socket.IsOpen()) {
     return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 0 socket,errno=%d\n");
@@ -149,10 +138,21 @@ bool AskLinksAndIpv6Addresses(LinkTable& links, Ipv6Table& addresses) noexcept {
   if (!BindToFreePort(socket.Get())) {
     return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 1 bind,errno=%d\n");
   }
-  if (!DumpBoth(socket.Get(), links, addresses)) {
+  if (!DumpLinksAndIpv6Addresses(socket.Get(), links, addresses)) {
     return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 2 sendto,errno=%d\n");
   }
   return true;
+}
+
+bool DumpLinksAndIpv6Addresses(int socket, LinkTable& links, Ipv6Table& addresses) noexcept {
+  links = {};
+  addresses = {};
+  AnswerBuffer buffer;
+  const auto linkRequest = MakeRequest<LinkRequest>(RTM_GETLINK, 1);
+  if (!Dump(socket, linkRequest, buffer, TakeLinks, links)) return false;
+  auto addressRequest = MakeRequest<AddressRequest>(RTM_GETADDR, 2);
+  addressRequest.address.ifa_family = AF_INET6;
+  return Dump(socket, addressRequest, buffer, TakeIpv6Addresses, addresses);
 }
 
 }  // namespace qiv::net
