@@ -115,7 +115,7 @@ void NetworkNamespace::AddAddress(const std::string& name, const std::string& ad
 }
 
 void TellThatNamespacesAreNotPermitted() {
-  std::puts("[  SKIPPED ] no permission to make network namespaces: run as root");
+  std::puts("[  SKIPPED ] no permission to make network namespaces: needs root");
 }
 
 }  // namespace qiv::test
