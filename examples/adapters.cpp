@@ -46,30 +46,39 @@ void Print(const QIV_ADAPTER_INFO& adapter) {
   }
 }
 
+bool HasAddress(const QIV_ADAPTER_INFO& adapter, const char* ip) {
+  const QIV_IP4_NODE* node = adapter.pIpv4List;
+  while (node != nullptr && std::strcmp(node->szAddr, ip) != 0) node = node->pNext;
+  return node != nullptr;
+}
+
 // An address that several adapters have may lead to any of them.
-bool IsFoundByItsAddress(const QIV_ADAPTER_INFO* adapters, const QIV_ADAPTER_INFO& wanted) {
+bool LeadsToAnAdapter(const char* ip, const QIV_ADAPTER_INFO* adapters) {
   unsigned char mac[QIV_MAC_BYTES] = {};
   unsigned int length = sizeof mac;
-  if (QIV_GetMacAddr(wanted.pIpv4List->szAddr, mac, &length) != QIV_OK) return false;
+  if (QIV_GetMacAddr(ip, mac, &length) != QIV_OK) return false;
   for (const QIV_ADAPTER_INFO* each = adapters; each != nullptr; each = each->pNext) {
-    if (std::strcmp(each->pIpv4List->szAddr, wanted.pIpv4List->szAddr) == 0 &&
-        std::memcmp(each->byMac, mac, sizeof mac) == 0) {
-      return true;
-    }
+    if (HasAddress(*each, ip) && std::memcmp(each->byMac, mac, sizeof mac) == 0) return true;
   }
   return false;
+}
+
+bool AllAddressesLeadBack(const QIV_ADAPTER_INFO* adapters) {
+  for (const QIV_ADAPTER_INFO* each = adapters; each != nullptr; each = each->pNext) {
+    for (const QIV_IP4_NODE* node = each->pIpv4List; node != nullptr; node = node->pNext) {
+      if (!LeadsToAnAdapter(node->szAddr, adapters)) return false;
+    }
+  }
+  return true;
 }
 
 bool ListAdapters() {
   QIV_ADAPTER_INFO* adapters = nullptr;
   if (QIV_GetAdapterInfo(&adapters) != QIV_OK) return false;
-  bool areFound = true;
-  for (const QIV_ADAPTER_INFO* each = adapters; each != nullptr; each = each->pNext) {
-    Print(*each);
-    areFound = areFound && IsFoundByItsAddress(adapters, *each);
-  }
+  for (const QIV_ADAPTER_INFO* each = adapters; each != nullptr; each = each->pNext) Print(*each);
+  const bool isRight = AllAddressesLeadBack(adapters);
   QIV_FreeAdapterInfo(adapters);
-  return areFound;
+  return isRight;
 }
 
 }  // namespace
