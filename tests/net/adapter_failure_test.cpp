@@ -27,6 +27,7 @@ using qiv::test::FailingSystemCall;
 using qiv::test::RunInThread;
 
 class AdapterFailureTest : public qiv::test::LeakCheckedTest {};
+class AdapterSystemCallTest : public qiv::test::LeakCheckedTest {};
 
 struct Outcome {
   bool filtered;
@@ -72,7 +73,7 @@ struct FailureRow {
   const char* errors;
 };
 
-TEST_F(AdapterFailureTest, EachFailingStepHasItsLine) {
+TEST_F(AdapterSystemCallTest, EachFailingStepHasItsLine) {
   const FailureRow rows[] = {
       {{__NR_socket, 0, kAll, AF_INET, EACCES},
        -1,
@@ -116,7 +117,7 @@ TEST_F(AdapterFailureTest, EachFailingStepHasItsLine) {
   }
 }
 
-TEST_F(AdapterFailureTest, SocketsAreClosedByExec) {
+TEST_F(AdapterSystemCallTest, SocketsAreClosedByExec) {
   // Others cannot be made.
   const FailingSystemCall withoutCloseOnExec = {__NR_socket, 1, SOCK_CLOEXEC, 0, EACCES};
   const Outcome outcome = GetAdapterOutcomeWith(withoutCloseOnExec);
@@ -125,7 +126,7 @@ TEST_F(AdapterFailureTest, SocketsAreClosedByExec) {
   EXPECT_EQ(0u, outcome.errors.find("loop[2] find ")) << outcome.errors;
 }
 
-TEST_F(AdapterFailureTest, KernelThatDoesNotAnswerIsWaitedForThreeSecondsTwice) {
+TEST_F(AdapterSystemCallTest, KernelThatDoesNotAnswerIsWaitedForThreeSecondsTwice) {
   const FailingSystemCall sendNothing = {__NR_sendto, 1, 0, 0, 0};
   const qiv::test::Stopwatch stopwatch;
   const Outcome outcome = GetAdapterOutcomeWith(sendNothing);
@@ -155,7 +156,7 @@ TEST_F(AdapterFailureTest, WithoutDescriptorsTheFirstLineIsWritten) {
   EXPECT_EQ("zelmar GetAdapterInfo_Inter_Posix QIV_CreateSocket Error 1\n\n", outcome.errors);
 }
 
-TEST_F(AdapterFailureTest, MacQueryTellsOfAListThatCannotBeHad) {
+TEST_F(AdapterSystemCallTest, MacQueryTellsOfAListThatCannotBeHad) {
   const std::string errors =
       RunInThread([] {
         const FailingSystemCall noList = {__NR_ioctl, 1, kAll, SIOCGIFCONF, EFAULT};
@@ -169,7 +170,7 @@ TEST_F(AdapterFailureTest, MacQueryTellsOfAListThatCannotBeHad) {
   EXPECT_EQ("zelmar GetAdapterList_Inter_Posix ioctl error 1\n\n", errors);
 }
 
-TEST_F(AdapterFailureTest, InterfaceWhoseMacCannotBeReadIsNotTheOneLookedFor) {
+TEST_F(AdapterSystemCallTest, InterfaceWhoseMacCannotBeReadIsNotTheOneLookedFor) {
   const int result = RunInThread([] {
                        const FailingSystemCall noMac = {__NR_ioctl, 1, kAll, SIOCGIFHWADDR, ENODEV};
                        if (!Install(noMac)) return 1;
