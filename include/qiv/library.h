@@ -16,12 +16,14 @@ QIV_EXTERN_C_BEGIN
 /**
  * Starts the library, or counts one more start when it is started already.
  *
- * The first start makes the whole process ignore SIGPIPE.
+ * The first start makes the whole process ignore SIGPIPE. Every start asks for the host's adapters
+ * and sets g_Af by them, as QIV_GetAdapterInfoEx() does (adapter.h), with its line on standard
+ * error; when they cannot be had the start succeeds all the same and g_Af stays as it is.
  *
  * @return 0; -1 when a first start fails (what it had started is stopped again)
  * @par Errors         no errno
  * @par Thread safety  any threads
- * @par System         sigaction(2)
+ * @par System         sigaction(2); netdevice(7), rtnetlink(7)
  * @see QIV_Fini
  */
 QIV_API int QIV_Init(void) QIV_NOEXCEPT;
@@ -32,7 +34,7 @@ QIV_API int QIV_Init(void) QIV_NOEXCEPT;
  * @return as QIV_Init()
  * @par Errors         no errno
  * @par Thread safety  any threads
- * @par System         sigaction(2)
+ * @par System         sigaction(2); netdevice(7), rtnetlink(7)
  */
 QIV_API int QIV_InitEx(void) QIV_NOEXCEPT;
 
@@ -100,7 +102,10 @@ QIV_API unsigned int QIV_GetQIVVersion(void) QIV_NOEXCEPT;
  */
 QIV_API int QIV_GetAf_Inner(int family) QIV_NOEXCEPT;
 
-/** The preferred address family (2 or 10); 0 until a start of the library has found one. */
+/**
+ * The preferred address family: 2 (AF_INET), 10 (AF_INET6) or 101 (QIV_AF_INET6_DUAL); 0 until a
+ * start of the library has found an address.
+ */
 extern QIV_API int g_Af;
 
 /** The build's version text. */

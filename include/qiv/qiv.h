@@ -5,6 +5,7 @@
 #ifndef QIV_QIV_H
 #define QIV_QIV_H
 
+#include <qiv/adapter.h>
 #include <qiv/address.h>
 #include <qiv/alarm_clock.h>
 #include <qiv/aligned_memory.h>

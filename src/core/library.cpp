@@ -1,8 +1,10 @@
 // Start and stop: the only file that knows every family.
 //
-// The start count and the services' flags are guarded by g_libraryMutex.
+// The start count and the services' flags are guarded by g_libraryMutex. g_Af is written under it
+// and read without a lock.
 #include "core/library.h"
 
+#include <qiv/adapter.h>
 #include <qiv/error.h>
 #include <qiv/library.h>
 #include <qiv/log.h>
@@ -48,6 +50,16 @@ bool FirstStart() QIV_REQUIRES(g_libraryMutex) {
   return false;
 }
 
+// A query that fails or finds no address leaves the family as it is.
+void RefreshPreferredFamily() QIV_REQUIRES(g_libraryMutex) {
+  QIV_ADAPTER_INFO* adapters = nullptr;
+  int family = g_Af;
+  if (QIV_GetAdapterInfoEx(&adapters, &family) != QIV_OK) return;
+  QIV_FreeAdapterInfo(adapters);
+  // Relaxed: the number stands alone, nothing is published with it.
+  __atomic_store_n(&g_Af, family, __ATOMIC_RELAXED);
+}
+
 void LastStop() QIV_REQUIRES(g_libraryMutex) {
   QIV_Log(0, nullptr);
   StopServices(std::begin(g_services), std::end(g_services));
@@ -91,6 +103,7 @@ int QIV_Init(void) noexcept {
   const qiv::base::ScopedLock lock(g_libraryMutex);
   if (g_startCount == 0 && !FirstStart()) return QIV_ERROR;
   ++g_startCount;
+  RefreshPreferredFamily();
   return QIV_OK;
 }
 

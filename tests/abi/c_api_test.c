@@ -278,6 +278,26 @@ static void UseAddress(void) {
   CHECK(strncmp(text, "192.0.2.7", 9) == 0);
 }
 
+static void UseAdapters(void) {
+  QIV_ADAPTER_INFO* adapters = NULL;
+  QIV_ADDRINFO_T hints;
+  QIV_ADDRINFO_T* answers = NULL;
+  unsigned char mac[QIV_MAC_BYTES];
+  unsigned int length = sizeof mac;
+  int family = 0;
+  char name[256];
+  memset(&hints, 0, sizeof hints);
+  CHECK(QIV_GetAdapterInfoEx(&adapters, &family) == 0);
+  CHECK(QIV_FreeAdapterInfo(adapters) == 0);
+  CHECK(QIV_GetMacAddr("255.255.255.255", mac, &length) == -1);
+  CHECK(QIV_GetHostName(name, sizeof name) == 0);
+  CHECK(QIV_GetAddressInfo("127.0.0.1", "80", &hints, &answers) == 0);
+  CHECK(answers != NULL && QIV_GetAddrPort(&answers->addr) == 80);
+  CHECK(QIV_FreeAddressInfo(answers) == 0);
+  CHECK(QIV_GetAddressByName("127.0.0.1") != NULL);
+  CHECK(QIV_Ntohl(QIV_Htonl(1)) == 1);
+}
+
 static void UseSocketAndPoll(void) {
   QIV_ADDR_T address;
   struct pollfd record;
@@ -378,6 +398,7 @@ int main(void) {
   UseCycleBuffer();
   UseTime();
   UseAddress();
+  UseAdapters();
   UseSocketAndPoll();
   UseAsyncIo();
   UseDebug();

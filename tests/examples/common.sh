@@ -29,7 +29,7 @@ fail() {
 }
 
 # The library's own lines, which say nothing about the programs.
-library_lines='^qiv tls index{[0-9]*}\|^QIV_AsyncIO_AcceptEx '
+library_lines='^qiv tls index{[0-9]*}\|^loop\[2\] find [0-9]* mac and [0-9]* ip$\|^QIV_AsyncIO_AcceptEx '
 
 # own_lines NAME: the lines that the program itself has written to standard error.
 own_lines() {

@@ -1,0 +1,28 @@
+// Owns a descriptor: closed at the end of the scope.
+#ifndef QIV_BASE_DESCRIPTOR_H
+#define QIV_BASE_DESCRIPTOR_H
+
+#include <unistd.h>
+
+namespace qiv::base {
+
+class Descriptor {
+ public:
+  /** @param number  what a system call has returned: -1 is none */
+  explicit Descriptor(int number) noexcept : m_number(number) {}
+  ~Descriptor() {
+    if (IsOpen()) close(m_number);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  [[nodiscard]] bool IsOpen() const noexcept { return m_number != -1; }
+  [[nodiscard]] int Get() const noexcept { return m_number; }
+
+ private:
+  int m_number;
+};
+
+}  // namespace qiv::base
+
+#endif

@@ -1,0 +1,121 @@
+#include "support/network_namespace.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/veth.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "support/netlink_message.h"
+#include "support/sockets.h"
+
+namespace qiv::test {
+namespace {
+
+constexpr std::uint16_t kChange = NLM_F_REQUEST | NLM_F_ACK | NLM_F_CREATE | NLM_F_EXCL;
+
+void Require(bool holds, const char* what) {
+  if (!holds) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
+}
+
+/** Sends a change to the kernel and waits for its acknowledgement. */
+void Apply(const NetlinkMessage& message, const char* what) {
+  const Socket socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+  const std::string bytes = message.Bytes();
+  Require(send(socket.Get(), bytes.data(), bytes.size(), 0) != -1, what);
+  struct {
+    nlmsghdr header;
+    nlmsgerr error;
+    char rest[1024];
+  } answer = {};
+  Require(recv(socket.Get(), &answer, sizeof(answer), 0) >= 0, what);
+  errno = -answer.error.error;
+  Require(answer.header.nlmsg_type == NLMSG_ERROR && answer.error.error == 0, what);
+}
+
+ifreq RequestFor(const std::string& name) {
+  ifreq request = {};
+  std::memcpy(request.ifr_name, name.data(), std::min(name.size(), sizeof(request.ifr_name) - 1));
+  return request;
+}
+
+std::string WithNul(const std::string& text) { return {text.c_str(), text.size() + 1}; }
+
+}  // namespace
+
+NetworkNamespace::NetworkNamespace() {
+  m_home = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+  if (m_home == -1 || unshare(CLONE_NEWNET) != 0) return;
+  m_entered = true;
+  m_control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+
+NetworkNamespace::~NetworkNamespace() {
+  if (m_control != -1) close(m_control);
+  if (m_entered && setns(m_home, CLONE_NEWNET) != 0) std::perror("no way out of the namespace");
+  if (m_home != -1) close(m_home);
+}
+
+void NetworkNamespace::AddVethPair(const std::string& name, const std::string& peer) {
+  NetlinkMessage message(RTM_NEWLINK, kChange, 1);
+  message.Add(ifinfomsg{}).AddAttribute(IFLA_IFNAME, WithNul(name));
+  const std::size_t info = message.BeginAttribute(IFLA_LINKINFO);
+  message.AddAttribute(IFLA_INFO_KIND, "veth");
+  const std::size_t data = message.BeginAttribute(IFLA_INFO_DATA);
+  const std::size_t other = message.BeginAttribute(VETH_INFO_PEER);
+  message.Add(ifinfomsg{}).AddAttribute(IFLA_IFNAME, WithNul(peer));
+  message.EndAttribute(other).EndAttribute(data).EndAttribute(info);
+  Apply(message, "no veth pair");
+}
+
+void NetworkNamespace::SetUp(const std::string& name) {
+  ifreq request = RequestFor(name);
+  Require(ioctl(m_control, SIOCGIFFLAGS, &request) == 0, "no flags to read");
+  request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
+  Require(ioctl(m_control, SIOCSIFFLAGS, &request) == 0, "no flags to set");
+}
+
+void NetworkNamespace::SetMac(const std::string& name, const Mac& mac) {
+  ifreq request = RequestFor(name);
+  Require(ioctl(m_control, SIOCGIFHWADDR, &request) == 0, "no hardware address to read");
+  std::memcpy(request.ifr_hwaddr.sa_data, mac.data(), mac.size());
+  Require(ioctl(m_control, SIOCSIFHWADDR, &request) == 0, "no hardware address to set");
+}
+
+Mac NetworkNamespace::MacOf(const std::string& name) {
+  ifreq request = RequestFor(name);
+  Require(ioctl(m_control, SIOCGIFHWADDR, &request) == 0, "no hardware address to read");
+  Mac mac = {};
+  std::memcpy(mac.data(), request.ifr_hwaddr.sa_data, mac.size());
+  return mac;
+}
+
+void NetworkNamespace::AddAddress(const std::string& name, const std::string& address,
+                                  unsigned char prefixLength, const std::string& label) {
+  const bool isIpv6 = address.find(':') != std::string::npos;
+  std::string bytes(isIpv6 ? 16 : 4, '\0');
+  ifaddrmsg header = {};
+  header.ifa_family = isIpv6 ? AF_INET6 : AF_INET;
+  header.ifa_prefixlen = prefixLength;
+  header.ifa_flags = isIpv6 ? IFA_F_NODAD : 0;
+  header.ifa_index = if_nametoindex(name.c_str());
+  Require(inet_pton(header.ifa_family, address.c_str(), &bytes[0]) == 1, "no address text");
+  NetlinkMessage message(RTM_NEWADDR, kChange, 1);
+  message.Add(header).AddAttribute(IFA_LOCAL, bytes).AddAttribute(IFA_ADDRESS, bytes);
+  if (!label.empty()) message.AddAttribute(IFA_LABEL, WithNul(label));
+  Apply(message, "no address to add");
+}
+
+void TellThatNamespacesAreNotPermitted() {
+  std::puts("[  SKIPPED ] no permission to make network namespaces: needs root");
+}
+
+}  // namespace qiv::test

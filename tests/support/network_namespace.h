@@ -1,0 +1,54 @@
+// A network of the test's own: a namespace of the kernel that holds a loopback interface, which is
+// down, and what the test adds. The calling thread is in it, and threads that it starts.
+#ifndef QIV_TESTS_SUPPORT_NETWORK_NAMESPACE_H
+#define QIV_TESTS_SUPPORT_NETWORK_NAMESPACE_H
+
+#include <array>
+#include <string>
+
+namespace qiv::test {
+
+using Mac = std::array<unsigned char, 6>;
+
+/** Changes throw when the kernel refuses them. */
+class NetworkNamespace {
+ public:
+  NetworkNamespace();
+  ~NetworkNamespace();
+  NetworkNamespace(const NetworkNamespace&) = delete;
+  NetworkNamespace& operator=(const NetworkNamespace&) = delete;
+
+  /** False when this process may not make namespaces. */
+  [[nodiscard]] bool IsEntered() const { return m_entered; }
+
+  /** Two interfaces that are connected with each other. */
+  void AddVethPair(const std::string& name, const std::string& peer);
+  void SetUp(const std::string& name);
+  void SetMac(const std::string& name, const Mac& mac);
+  Mac MacOf(const std::string& name);
+
+  /** Adds one more address, "10.1.2.3" or "fd00::1". With a label it stands under that name in the
+   *  list of IPv4 interfaces. */
+  void AddAddress(const std::string& name, const std::string& address, unsigned char prefixLength,
+                  const std::string& label = "");
+
+ private:
+  int m_home = -1;
+  int m_control = -1;
+  bool m_entered = false;
+};
+
+/** Says on standard output, in the words that ctest knows, that this test has not been run. */
+void TellThatNamespacesAreNotPermitted();
+
+/** Runs the body in a namespace of its own; where that is not permitted the test is skipped. */
+template <class Body>
+void InNetworkNamespace(Body body) {
+  NetworkNamespace network;
+  if (!network.IsEntered()) return TellThatNamespacesAreNotPermitted();
+  body(network);
+}
+
+}  // namespace qiv::test
+
+#endif
