@@ -108,7 +108,7 @@ TEST_F(DirectoryTest, SlashAtTheEndOfThePathDoesNotMatter) {
   for (const char* const end : {"", "/", "//", "/."}) {
     EXPECT_EQ(4, List(DirectoryPath() + end).at("file").llSize) << end;
   }
-  EXPECT_EQ(256u, List("/").at("dev").dwType);
+  EXPECT_EQ(256u, List("/").at(".").dwType);
 }
 
 TEST_F(DirectoryTest, EveryKindOfFileHasItsType) {

@@ -1,24 +1,31 @@
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <qiv/dso.h>
 
 #include <cstdint>
+#include <string>
 
-#include "support/leak_check.h"
+#include "sys/file_fixture.h"
 
 namespace {
 
-constexpr const char* kModule = QIV_TEST_MODULE;
 constexpr const char* kValue = "QIV_TestModuleValue";
 
-class DsoTest : public qiv::test::LeakCheckedTest {
+class DsoTest : public qiv::test::FileFixture {
  protected:
-  static bool IsLoaded() {
-    const QIV_HANDLE module = QIV_LoadDSoEx(kModule, RTLD_NOW | RTLD_NOLOAD);
+  // A copy, which no other test has loaded.
+  DsoTest() : m_path(In("module.so")) { QIV_CopyFile(QIV_TEST_MODULE, m_path.c_str(), 1); }
+
+  const char* Module() const { return m_path.c_str(); }
+
+  bool IsLoaded() const {
+    const QIV_HANDLE module = QIV_LoadDSoEx(Module(), RTLD_NOW | RTLD_NOLOAD);
     if (module == nullptr) return false;
     EXPECT_EQ(0, QIV_UnloadDSo(module));
     return true;
   }
+
+ private:
+  std::string m_path;
 };
 
 TEST_F(DsoTest, NullIsRefused) {
@@ -26,7 +33,7 @@ TEST_F(DsoTest, NullIsRefused) {
   EXPECT_EQ(nullptr, QIV_LoadDSoEx(nullptr, RTLD_NOW));
   EXPECT_EQ(-1, QIV_UnloadDSo(nullptr));
   EXPECT_EQ(nullptr, QIV_GetDsoSym(nullptr, kValue));
-  const QIV_HANDLE module = QIV_LoadDSo(kModule);
+  const QIV_HANDLE module = QIV_LoadDSo(Module());
   EXPECT_EQ(nullptr, QIV_GetDsoSym(module, nullptr));
   EXPECT_EQ(0, QIV_UnloadDSo(module));
 }
@@ -42,7 +49,7 @@ TEST_F(DsoTest, WhatCannotBeLoadedGivesNull) {
 }
 
 TEST_F(DsoTest, FunctionsAndObjectsAreFoundAndOthersAreNull) {
-  const QIV_HANDLE module = QIV_LoadDSo(kModule);
+  const QIV_HANDLE module = QIV_LoadDSo(Module());
   ASSERT_NE(nullptr, module);
   auto* const value = static_cast<int*>(QIV_GetDsoSym(module, kValue));
   const auto answer = reinterpret_cast<int (*)()>(QIV_GetDsoSym(module, "QIV_TestModuleAnswer"));
@@ -56,9 +63,9 @@ TEST_F(DsoTest, FunctionsAndObjectsAreFoundAndOthersAreNull) {
 }
 
 TEST_F(DsoTest, LastUnloadRunsTheDestructors) {
-  const QIV_HANDLE module = QIV_LoadDSo(kModule);
+  const QIV_HANDLE module = QIV_LoadDSo(Module());
   ASSERT_NE(nullptr, module);
-  EXPECT_EQ(module, QIV_LoadDSo(kModule)) << "loaded once, counted twice";
+  EXPECT_EQ(module, QIV_LoadDSo(Module())) << "loaded once, counted twice";
   int unloads = 0;
   reinterpret_cast<void (*)(int*)>(QIV_GetDsoSym(module, "QIV_TestModuleCountUnloads"))(&unloads);
   EXPECT_EQ(0, QIV_UnloadDSo(module));
@@ -70,11 +77,11 @@ TEST_F(DsoTest, LastUnloadRunsTheDestructors) {
 }
 
 TEST_F(DsoTest, SymbolsAreGlobalOnlyWhenTheFlagsSaySo) {
-  const QIV_HANDLE local = QIV_LoadDSoEx(kModule, RTLD_NOW | RTLD_LOCAL);
+  const QIV_HANDLE local = QIV_LoadDSoEx(Module(), RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(nullptr, local);
   EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, kValue));
   EXPECT_EQ(0, QIV_UnloadDSo(local));
-  const QIV_HANDLE global = QIV_LoadDSo(kModule);
+  const QIV_HANDLE global = QIV_LoadDSo(Module());
   ASSERT_NE(nullptr, global);
   EXPECT_EQ(QIV_GetDsoSym(global, kValue), dlsym(RTLD_DEFAULT, kValue));
   EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, kValue));
@@ -82,9 +89,9 @@ TEST_F(DsoTest, SymbolsAreGlobalOnlyWhenTheFlagsSaySo) {
 }
 
 TEST_F(DsoTest, FlagsReachThePlatformUnchanged) {
-  EXPECT_EQ(nullptr, QIV_LoadDSoEx(kModule, RTLD_NOW | RTLD_NOLOAD)) << "not loaded yet";
-  EXPECT_EQ(nullptr, QIV_LoadDSoEx(kModule, 0)) << "neither now nor lazily";
-  const QIV_HANDLE module = QIV_LoadDSoEx(kModule, 0x102);
+  EXPECT_FALSE(IsLoaded());
+  EXPECT_EQ(nullptr, QIV_LoadDSoEx(Module(), 0)) << "neither now nor lazily";
+  const QIV_HANDLE module = QIV_LoadDSoEx(Module(), 0x102);
   EXPECT_NE(nullptr, module);
   EXPECT_EQ(0, QIV_UnloadDSo(module));
 }

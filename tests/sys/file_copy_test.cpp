@@ -12,7 +12,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <string>
 #include <thread>
 
