@@ -49,7 +49,7 @@ std::string TimeText(QIV_TIME_T time) {
 }
 
 bool ReadEntries(const char* path, std::vector<QIV_FILE_FIND_INFO>* entries) {
-  const QIV_HANDLE directory = QIV_OpenDir(path);
+  QIV_HANDLE directory = QIV_OpenDir(path);
   if (directory == nullptr) return false;
   QIV_FILE_FIND_INFO info;
   while (QIV_FindFileInDir(directory, &info) == QIV_OK) entries->push_back(info);

@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -38,7 +39,7 @@ class DirectoryTest : public qiv::test::FileFixture {
   }
 
   static Entries List(const std::string& path) {
-    const QIV_HANDLE directory = QIV_OpenDir(path.c_str());
+    QIV_HANDLE directory = QIV_OpenDir(path.c_str());
     EXPECT_NE(nullptr, directory) << path;
     Entries entries = Read(directory);
     EXPECT_EQ(0, QIV_CloseDir(directory));
@@ -58,7 +59,7 @@ TEST_F(DirectoryTest, NullIsRefused) {
   EXPECT_EQ(nullptr, QIV_OpenDir(nullptr));
   EXPECT_EQ(-1, QIV_FindFileInDir(nullptr, &info));
   EXPECT_EQ(77u, info.dwType);
-  const QIV_HANDLE directory = QIV_OpenDir(DirectoryPath().c_str());
+  QIV_HANDLE directory = QIV_OpenDir(DirectoryPath().c_str());
   EXPECT_EQ(-1, QIV_FindFileInDir(directory, nullptr));
   EXPECT_EQ(0, QIV_CloseDir(directory));
   EXPECT_EQ(-1, QIV_CloseDir(nullptr));
@@ -169,7 +170,7 @@ TEST_F(DirectoryTest, RelativePathFollowsTheProcess) {
   const int saved = open(".", O_RDONLY);
   ASSERT_EQ(0, chdir(DirectoryPath().c_str()));
   EXPECT_EQ(4, List(".").at("file").llSize);
-  const QIV_HANDLE directory = QIV_OpenDir(".");
+  QIV_HANDLE directory = QIV_OpenDir(".");
   ASSERT_EQ(0, chdir("/proc"));
   ExpectOnlyTheName(Read(directory).at("file"), "file");
   EXPECT_EQ(0, QIV_CloseDir(directory));
@@ -202,18 +203,20 @@ std::string MakeDeepDirectory(const std::string& parent, std::size_t length) {
   return path;
 }
 
+void MakeFileOfOneByte(int directory, const char* name) {
+  const int file = openat(directory, name, O_WRONLY | O_CREAT, 0600);
+  EXPECT_EQ(1, write(file, "x", 1));
+  close(file);
+}
+
 TEST_F(DirectoryTest, PathBeyondThePlatformsLimitKeepsOnlyTheName) {
   // With "/" and the NUL, a name of three characters fits and one of four does not.
   const std::string path = MakeDeepDirectory(DirectoryPath(), PATH_MAX - 5);
-  const QIV_HANDLE directory = QIV_OpenDir(path.c_str());
-  ASSERT_NE(nullptr, directory);
   const int parent = open(path.c_str(), O_RDONLY | O_DIRECTORY);
-  for (const char* const name : {"fit", "long"}) {
-    const int file = openat(parent, name, O_WRONLY | O_CREAT, 0600);
-    EXPECT_EQ(1, write(file, "x", 1));
-    close(file);
-  }
-  const Entries entries = Read(directory);
+  ASSERT_NE(-1, parent);
+  MakeFileOfOneByte(parent, "fit");
+  MakeFileOfOneByte(parent, "long");
+  const Entries entries = List(path);
   EXPECT_EQ(512u, entries.at("fit").dwType);
   EXPECT_EQ(1, entries.at("fit").llSize);
   ExpectOnlyTheName(entries.at("long"), "long");
@@ -221,7 +224,6 @@ TEST_F(DirectoryTest, PathBeyondThePlatformsLimitKeepsOnlyTheName) {
   EXPECT_EQ(4u, entries.size());
   EXPECT_EQ(0, unlinkat(parent, "long", 0));
   close(parent);
-  EXPECT_EQ(0, QIV_CloseDir(directory));
 }
 
 TEST_F(DirectoryTest, ShortMemoryGivesNoHandleAndClosesTheStream) {
@@ -229,7 +231,7 @@ TEST_F(DirectoryTest, ShortMemoryGivesNoHandleAndClosesTheStream) {
   int failures = 0;
   for (;;) {
     const qiv::test::FailingAllocation failing(failures + 1);
-    const QIV_HANDLE directory = QIV_OpenDir(path.c_str());
+    QIV_HANDLE directory = QIV_OpenDir(path.c_str());
     if (!failing.Happened()) {
       EXPECT_EQ(0, QIV_CloseDir(directory));
       break;

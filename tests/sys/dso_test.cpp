@@ -18,7 +18,7 @@ class DsoTest : public qiv::test::FileFixture {
   const char* Module() const { return m_path.c_str(); }
 
   bool IsLoaded() const {
-    const QIV_HANDLE module = QIV_LoadDSoEx(Module(), RTLD_NOW | RTLD_NOLOAD);
+    QIV_HANDLE module = QIV_LoadDSoEx(Module(), RTLD_NOW | RTLD_NOLOAD);
     if (module == nullptr) return false;
     EXPECT_EQ(0, QIV_UnloadDSo(module));
     return true;
@@ -33,7 +33,7 @@ TEST_F(DsoTest, NullIsRefused) {
   EXPECT_EQ(nullptr, QIV_LoadDSoEx(nullptr, RTLD_NOW));
   EXPECT_EQ(-1, QIV_UnloadDSo(nullptr));
   EXPECT_EQ(nullptr, QIV_GetDsoSym(nullptr, kValue));
-  const QIV_HANDLE module = QIV_LoadDSo(Module());
+  QIV_HANDLE module = QIV_LoadDSo(Module());
   EXPECT_EQ(nullptr, QIV_GetDsoSym(module, nullptr));
   EXPECT_EQ(0, QIV_UnloadDSo(module));
 }
@@ -49,7 +49,7 @@ TEST_F(DsoTest, WhatCannotBeLoadedGivesNull) {
 }
 
 TEST_F(DsoTest, FunctionsAndObjectsAreFoundAndOthersAreNull) {
-  const QIV_HANDLE module = QIV_LoadDSo(Module());
+  QIV_HANDLE module = QIV_LoadDSo(Module());
   ASSERT_NE(nullptr, module);
   auto* const value = static_cast<int*>(QIV_GetDsoSym(module, kValue));
   const auto answer = reinterpret_cast<int (*)()>(QIV_GetDsoSym(module, "QIV_TestModuleAnswer"));
@@ -63,7 +63,7 @@ TEST_F(DsoTest, FunctionsAndObjectsAreFoundAndOthersAreNull) {
 }
 
 TEST_F(DsoTest, LastUnloadRunsTheDestructors) {
-  const QIV_HANDLE module = QIV_LoadDSo(Module());
+  QIV_HANDLE module = QIV_LoadDSo(Module());
   ASSERT_NE(nullptr, module);
   EXPECT_EQ(module, QIV_LoadDSo(Module())) << "loaded once, counted twice";
   int unloads = 0;
@@ -77,11 +77,11 @@ TEST_F(DsoTest, LastUnloadRunsTheDestructors) {
 }
 
 TEST_F(DsoTest, SymbolsAreGlobalOnlyWhenTheFlagsSaySo) {
-  const QIV_HANDLE local = QIV_LoadDSoEx(Module(), RTLD_NOW | RTLD_LOCAL);
+  QIV_HANDLE local = QIV_LoadDSoEx(Module(), RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(nullptr, local);
   EXPECT_EQ(nullptr, dlsym(RTLD_DEFAULT, kValue));
   EXPECT_EQ(0, QIV_UnloadDSo(local));
-  const QIV_HANDLE global = QIV_LoadDSo(Module());
+  QIV_HANDLE global = QIV_LoadDSo(Module());
   ASSERT_NE(nullptr, global);
   EXPECT_EQ(QIV_GetDsoSym(global, kValue), dlsym(RTLD_DEFAULT, kValue));
   EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, kValue));
@@ -91,7 +91,7 @@ TEST_F(DsoTest, SymbolsAreGlobalOnlyWhenTheFlagsSaySo) {
 TEST_F(DsoTest, FlagsReachThePlatformUnchanged) {
   EXPECT_FALSE(IsLoaded());
   EXPECT_EQ(nullptr, QIV_LoadDSoEx(Module(), 0)) << "neither now nor lazily";
-  const QIV_HANDLE module = QIV_LoadDSoEx(Module(), 0x102);
+  QIV_HANDLE module = QIV_LoadDSoEx(Module(), 0x102);
   EXPECT_NE(nullptr, module);
   EXPECT_EQ(0, QIV_UnloadDSo(module));
 }

@@ -53,7 +53,7 @@ TEST_F(FileBlockingTest, ShortReadGivesTheCountOfWhatCame) {
 
 TEST_F(FileBlockingTest, ShortWriteGivesTheCountOfWhatFitted) {
   ASSERT_EQ(0, fcntl(Writer(), F_SETFL, O_NONBLOCK));
-  const std::vector<char> data(4 * 1024 * 1024, 'x');
+  const std::vector<char> data(4000000, 'x');
   int count = 99;
   EXPECT_EQ(0,
             QIV_WriteFile(Writer(), data.data(), static_cast<unsigned int>(data.size()), &count));
