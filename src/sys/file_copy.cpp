@@ -67,16 +67,14 @@ bool IsRegularFile(const char* path) {
   return stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-bool IsSameFile(const struct stat& a, const struct stat& b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
 /** Empties a target that may be written; false when it may not. */
-bool Prepare(const Descriptor& target, const struct stat& source) {
-  struct stat status = {};
-  if (fstat(target.Get(), &status) != 0 || IsSameFile(status, source)) return false;
-  if (S_ISBLK(status.st_mode)) return true;
-  return S_ISREG(status.st_mode) && ftruncate(target.Get(), 0) == 0;
+bool Prepare(const Descriptor& target, const Descriptor& source) {
+  struct stat to = {};
+  struct stat from = {};
+  if (fstat(target.Get(), &to) != 0 || fstat(source.Get(), &from) != 0) return false;
+  if (to.st_dev == from.st_dev && to.st_ino == from.st_ino) return false;
+  if (S_ISBLK(to.st_mode)) return true;
+  return S_ISREG(to.st_mode) && ftruncate(target.Get(), 0) == 0;
 }
 
 /** Gives the target its size and leaves its position at the start. */
@@ -96,7 +94,7 @@ bool Copy(const char* sourcePath, const char* targetPath, bool failIfExists) {
   const int exclusive = failIfExists ? O_EXCL : 0;
   Descriptor target(
       open(targetPath, O_RDWR | O_CREAT | O_CLOEXEC | exclusive, status.st_mode & kModeBits));
-  if (!target.IsOpen() || !Prepare(target, status)) return false;
+  if (!target.IsOpen() || !Prepare(target, source)) return false;
   return Extend(target, status.st_size) && CopyBytes(source.Get(), target.Get(), status.st_size) &&
          target.Close();
 }

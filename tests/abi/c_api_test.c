@@ -374,6 +374,46 @@ static void UseSystem(void) {
   CHECK(strlen(text) >= 32);
 }
 
+static void UseFiles(void) {
+  const char* const path = "qiv_c_api_test.tmp";
+  QIV_FILE_STAT status;
+  qiv_int64 position = 0;
+  char text[4] = "";
+  int count = 0;
+  const int file = QIV_OpenFile(path, QIV_OPEN_READ | QIV_OPEN_WRITE | QIV_OPEN_CREATE,
+                                QIV_PERM_OWNER_READ | QIV_PERM_OWNER_WRITE);
+  CHECK(QIV_OpenFile(path, QIV_OPEN_CREATE, 0) == -1);
+  CHECK(QIV_WriteFile(file, "abc", 3, &count) == 0 && count == 3);
+  CHECK(QIV_FileSeek(file, 0, SEEK_SET, &position) == 0 && position == 0);
+  CHECK(QIV_ReadFile(file, text, 3, &count) == 0 && count == 3);
+  CHECK(strcmp(text, "abc") == 0);
+  CHECK(QIV_FileStat(file, &status) == 0);
+  CHECK(status.dwType == QIV_FILE_TYPE_REGULAR && status.llSize == 3);
+  QIV_FileFlush(file);
+  CHECK(QIV_FileIsEOF(file) == 1);
+  QIV_CloseFile(file);
+  CHECK(QIV_CopyFile(path, path, 0) == -1);
+  CHECK(QIV_DeleteFile(path) == 0);
+}
+
+static void UseDirectory(void) {
+  _FILE_FIND_INFO info;
+  const QIV_HANDLE directory = QIV_OpenDir("/proc/self");
+  int found = 0;
+  CHECK(directory != NULL);
+  while (QIV_FindFileInDir(directory, &info) == 0) {
+    if (strcmp(info.szName, "exe") == 0) found = info.dwType == QIV_FILE_TYPE_REGULAR;
+  }
+  CHECK(found);
+  CHECK(QIV_CloseDir(directory) == 0);
+}
+
+static void UseDynamicLibrary(void) {
+  CHECK(QIV_LoadDSo("/no/such/library.so") == NULL);
+  CHECK(QIV_GetDsoSym(NULL, "symbol") == NULL);
+  CHECK(QIV_UnloadDSo(NULL) == -1);
+}
+
 int main(void) {
   CHECK(QIV_Init() == QIV_OK);
   UseLibrary();
@@ -403,6 +443,9 @@ int main(void) {
   UseAsyncIo();
   UseDebug();
   UseLog();
+  UseFiles();
+  UseDirectory();
+  UseDynamicLibrary();
   UseSystem();
   CHECK(QIV_Fini() == 0);
   return g_failures == 0 ? 0 : 1;
