@@ -1,5 +1,6 @@
 #include "echo_session.h"
 
+#include <qiv/log.h>
 #include <qiv/socket.h>
 
 namespace echo {
@@ -18,6 +19,8 @@ void EchoSession::OnReceived(unsigned int /*error*/, unsigned int bytes, void* u
     session.End();
     return;
   }
+  WriteLog(LOG_DBG, __FILE__, __LINE__, "descriptor %d: %u bytes", session.m_socket.Descriptor(),
+           bytes);
   session.m_received = bytes;
   session.m_sender.Send(session.m_socket.Descriptor(), session.m_buffer.data(), bytes);
 }

@@ -28,6 +28,11 @@ void Options::AddNumber(const std::string& name, const std::string& meaning, int
   m_numbers.push_back({"--" + name, meaning, least, most, *value, value});
 }
 
+void Options::AddDirectory(const std::string& name, const std::string& meaning,
+                           std::string* value) {
+  m_directories.push_back({"--" + name, meaning, value});
+}
+
 void Options::SetOperand(const std::string& name, const std::string& meaning, std::string* value) {
   m_operand = {name, meaning, value};
 }
@@ -68,16 +73,20 @@ void Options::PrintHelp() const {
     std::printf("  %-16s N   %s\n%23s(%d to %d, default %d)\n", number.name.c_str(),
                 number.meaning.c_str(), "", number.least, number.most, number.fallback);
   }
+  for (const Directory& directory : m_directories) {
+    std::printf("  %-16s DIR %s\n", directory.name.c_str(), directory.meaning.c_str());
+  }
   std::printf("  %-19s  print this text and end\n", "--help");
 }
 
-// Takes "--name N" or "--name=N"; moves *index to the last word taken.
+// Takes "--name VALUE" or "--name=VALUE"; moves *index to the last word taken.
 bool Options::TakeOption(const std::vector<std::string>& words, std::size_t* index) const {
   const std::string& word = words[*index];
   const std::size_t equals = word.find('=');
   const std::string name = word.substr(0, equals);
-  const Number* number = Find(name);
-  if (number == nullptr) {
+  const Number* number = FindNumber(name);
+  const Directory* directory = FindDirectory(name);
+  if (number == nullptr && directory == nullptr) {
     return Refuse("unknown option '" + name + "'");
   }
   std::string text;
@@ -88,13 +97,25 @@ bool Options::TakeOption(const std::vector<std::string>& words, std::size_t* ind
   } else {
     return Refuse("option '" + name + "' needs a value");
   }
-  const std::optional<int> value = ParseNumber(text, number->least, number->most);
+  return number != nullptr ? SetNumber(*number, text) : SetDirectory(*directory, text);
+}
+
+bool Options::SetNumber(const Number& number, const std::string& text) const {
+  const std::optional<int> value = ParseNumber(text, number.least, number.most);
   if (!value) {
-    return Refuse("option '" + name + "' takes a whole number from " +
-                  std::to_string(number->least) + " to " + std::to_string(number->most) +
-                  ", not '" + text + "'");
+    return Refuse("option '" + number.name + "' takes a whole number from " +
+                  std::to_string(number.least) + " to " + std::to_string(number.most) + ", not '" +
+                  text + "'");
   }
-  *number->value = *value;
+  *number.value = *value;
+  return true;
+}
+
+bool Options::SetDirectory(const Directory& directory, const std::string& text) const {
+  if (text.empty()) {
+    return Refuse("option '" + directory.name + "' needs a value");
+  }
+  *directory.value = text;
   return true;
 }
 
@@ -113,10 +134,19 @@ bool Options::Refuse(const std::string& reason) const {
   return false;
 }
 
-const Options::Number* Options::Find(const std::string& name) const {
+const Options::Number* Options::FindNumber(const std::string& name) const {
   for (const Number& number : m_numbers) {
     if (number.name == name) {
       return &number;
+    }
+  }
+  return nullptr;
+}
+
+const Options::Directory* Options::FindDirectory(const std::string& name) const {
+  for (const Directory& directory : m_directories) {
+    if (directory.name == name) {
+      return &directory;
     }
   }
   return nullptr;

@@ -1,4 +1,4 @@
-// Command line options of the example programs: whole numbers, and one operand.
+// Command line options of the example programs: whole numbers, directories, and one operand.
 #pragma once
 
 #include <optional>
@@ -19,6 +19,9 @@ class Options {
   void AddNumber(const std::string& name, const std::string& meaning, int least, int most,
                  int* value);
 
+  // Adds "--name DIR".
+  void AddDirectory(const std::string& name, const std::string& meaning, std::string* value);
+
   // Adds an operand that must be given.
   void SetOperand(const std::string& name, const std::string& meaning, std::string* value);
 
@@ -35,6 +38,11 @@ class Options {
     int fallback;
     int* value;
   };
+  struct Directory {
+    std::string name;
+    std::string meaning;
+    std::string* value;
+  };
   struct Operand {
     std::string name;
     std::string meaning;
@@ -43,13 +51,17 @@ class Options {
 
   void PrintHelp() const;
   bool TakeOption(const std::vector<std::string>& words, std::size_t* index) const;
+  bool SetNumber(const Number& number, const std::string& text) const;
+  bool SetDirectory(const Directory& directory, const std::string& text) const;
   bool TakeOperand(const std::string& word, bool* taken) const;
   bool Refuse(const std::string& reason) const;
-  const Number* Find(const std::string& name) const;
+  const Number* FindNumber(const std::string& name) const;
+  const Directory* FindDirectory(const std::string& name) const;
 
   std::string m_program;
   std::string m_purpose;
   std::vector<Number> m_numbers;
+  std::vector<Directory> m_directories;
   Operand m_operand;
 };
 

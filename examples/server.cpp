@@ -1,5 +1,6 @@
 #include "server.h"
 
+#include <qiv/log.h>
 #include <qiv/socket.h>
 #include <sys/socket.h>
 
@@ -114,6 +115,7 @@ void Server::StartSession(int descriptor) {
                             m_bell);
     m_sessions.back().Start();
     ++m_clientsServed;
+    WriteLog(LOG_INF, __FILE__, __LINE__, "descriptor %d: client accepted", descriptor);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "echo_server: a client was turned away: %s\n", failure.what());
   }
@@ -126,6 +128,8 @@ void Server::RemoveSessions(bool all) {
       continue;
     }
     m_echoedBytes += session->EchoedBytes();
+    WriteLog(LOG_INF, __FILE__, __LINE__, "a client is gone, with %llu bytes echoed",
+             static_cast<unsigned long long>(session->EchoedBytes()));
     session = m_sessions.erase(session);
     m_roomMade = true;
     m_waitForRoom = false;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <string>
 
 #include "bell.h"
 #include "echo_session.h"
@@ -20,6 +21,7 @@ struct ServerSettings {
   int connections = 64;
   int messageSize = 65536;
   int workers = 2;
+  std::string logDirectory;  // none: no log
 };
 
 class Server {

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the echo programs, streams a file through a server on a free loopback port and compares
-# what comes back. On a fresh Debian 12 it installs what the build needs first.
+# Builds the example programs, streams a file through a server on a free loopback port, compares what
+# comes back, and shows what the server has logged and the network adapters that it ran on. On a fresh
+# Debian 12 it installs what the build needs first.
 # usage: demo.sh [FILE]      default: the compiler's own binary
 #
 # Ends with the client's exit status: 0 when every byte came back, 1 when one did not, 130 after
@@ -43,7 +44,8 @@ clean_up() {
 build_programs() {
   scripts/setup.sh build &&
     cmake --preset release -B $build -DBUILD_TESTING=OFF -DQIV_BUILD_BENCH=OFF >"$work/build.log" &&
-    cmake --build $build --parallel "$(nproc)" --target echo_server echo_client >>"$work/build.log"
+    cmake --build $build --parallel "$(nproc)" --target echo_server echo_client adapters \
+      >>"$work/build.log"
 }
 
 # The compiler's binary is about 30 MB and there wherever the demonstration can be built.
@@ -78,7 +80,14 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 work=$(mktemp -d)
 
-echo "== building the library and the echo programs (Release, in $build)"
+show_log() {
+  local files
+  mapfile -t files < <(ls -rt "$work"/log/*.log)
+  echo "== the server's log: ${#files[@]} files of up to 16 KiB; its last lines:"
+  cat "${files[@]}" | tail -n 5
+}
+
+echo "== building the library and the example programs (Release, in $build)"
 if ! build_programs; then
   cat "$work/build.log" >&2
   exit 1
@@ -88,7 +97,7 @@ file=${file:-$(default_file)}
 read -ra server_options <<<"${QIV_DEMO_SERVER_OPTIONS:-}"
 read -ra client_options <<<"${QIV_DEMO_CLIENT_OPTIONS:-}"
 echo "== starting the server"
-$build/examples/echo_server --port 0 "${server_options[@]}" >"$work/server.out" \
+$build/examples/echo_server --port 0 --log "$work/log" "${server_options[@]}" >"$work/server.out" \
   2>"$work/server.err" &
 server_pid=$!
 await_port
@@ -108,12 +117,19 @@ server_status=0
 stop "$server_pid" || server_status=$?
 server_pid=
 tail -n 1 "$work/server.out"
+show_log
 
-if [ $status -eq 0 ] && [ $server_status -eq 0 ]; then
+echo "== the adapters of this machine, and its preferred address families"
+adapters_status=0
+$build/examples/adapters 2>"$work/adapters.err" || adapters_status=$?
+
+if [ $status -eq 0 ] && [ $server_status -eq 0 ] && [ $adapters_status -eq 0 ]; then
   echo "== success: every byte of $file came back"
 else
-  echo "== failed: exit status $status of the client, $server_status of the server" >&2
+  echo "== failed: exit status $status of the client, $server_status of the server," \
+    "$adapters_status of the list of adapters" >&2
   grep -v '^QIV_AsyncIO_AcceptEx ' "$work/server.err" >&2 || true
 fi
 if [ $status -eq 0 ]; then status=$server_status; fi
+if [ $status -eq 0 ]; then status=$adapters_status; fi
 exit $status

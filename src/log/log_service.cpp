@@ -333,8 +333,8 @@ void LogService::UnlockAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
   serviceMutex.Unlock();
 }
 
-/** The child has no writer, and two recursive mutexes that belong to a thread of its parent. What is
- *  queued is the parent's to write. */
+/** The child has no writer, and two recursive mutexes that belong to a thread of its parent. What
+ * is queued is the parent's to write. */
 void LogService::ResetInChild() noexcept {
   new (&serviceMutex) QIV_Mutex;
   new (&fileMutex) QIV_Mutex;

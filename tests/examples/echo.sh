@@ -35,6 +35,19 @@ end "$pid"
 expect_status 0 'the server'
 expect_text server.out "stopped after $((4 * 1 + 4 * 8 + 3 + 8 + 1 + 4)) clients and $((8 * 1000003 + 10)) bytes"
 
+# With a log every client and every message is in its files, the last lines included.
+start_server logged "${server[@]}" --port 0 --message-size 1000 --log "$work/log"
+expect_equal 3 1000 2 some
+kill -INT "$pid"
+end "$pid"
+expect_status 0 'the server with a log'
+[ "$(find "$work/log" -name "qiv_log_*.log" | wc -l)" -gt 2 ] || fail 'the log has not filled a file'
+cat "$work"/log/*.log >"$work/all.log"
+[ "$(grep -c 'client accepted' "$work/all.log")" -eq 3 ] || fail 'the log lacks a client'
+logged=$(sed -n 's/.*: \([0-9]*\) bytes\r$/\1/p' "$work/all.log" | awk '{ sum += $1 } END { print sum }')
+[ "$logged" -eq 1000003 ] || fail "the log tells of $logged bytes"
+expect_text all.log '\[INF\]\[FILE:echo_server.cpp\]\[LINE:[0-9]*\] stopped'
+
 # More clients than are served at once take turns.
 start_server narrow "${server[@]}" --port 0 --connections 1 --message-size 4096
 expect_equal 5 4096 2 some

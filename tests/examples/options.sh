@@ -42,6 +42,9 @@ for option in --connections --message-size --workers; do
   expect_refused "'$option' needs a value" "${server[@]}" "$option"
   expect_refused "'$option' needs a value" "${client[@]}" file "$option"
 done
+expect_refused "'--log' needs a value" "${server[@]}" --log
+expect_refused "'--log' needs a value" "${server[@]}" --log=
+expect_refused "unknown option '--log'" "${client[@]}" --log "$work" file
 expect_refused "'--message-size'.*262144" "${client[@]}" --message-size 262145 file
 expect_refused "unknown option '--speed'" "${server[@]}" --speed 1
 expect_refused "unknown option '-p'" "${client[@]}" -p 1 file
