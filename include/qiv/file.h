@@ -178,13 +178,14 @@ QIV_API int QIV_FileIsEOF(int file) QIV_NOEXCEPT;
  * Reads the status of an open file.
  *
  * @param file    the descriptor; -1 is refused
- * @param status  receives the status; null is refused
+ * @param status  receives the status: a QIV_FILE_STAT, or sixteen 32-bit words in its order; null is
+ *                refused
  * @return 0; -1 when an argument or the platform refuses (`status` untouched)
  * @par Errors         errno of fstat()
  * @par Thread safety  any threads
  * @par System         fstat(2)
  */
-QIV_API int QIV_FileStat(int file, QIV_FILE_STAT* status);
+QIV_API int QIV_FileStat(int file, void* status);
 
 /**
  * Writes what the platform still holds of a file to its device, and waits for it.

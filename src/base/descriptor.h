@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include <utility>
+
 namespace qiv::base {
 
 class Descriptor {
@@ -18,6 +20,9 @@ class Descriptor {
 
   [[nodiscard]] bool IsOpen() const noexcept { return m_number != -1; }
   [[nodiscard]] int Get() const noexcept { return m_number; }
+
+  /** False when the platform reports that what was written is lost. */
+  bool Close() noexcept { return close(std::exchange(m_number, -1)) == 0; }
 
  private:
   int m_number;

@@ -94,11 +94,11 @@ int QIV_FileSeek(int file, qiv_int64 offset, int origin, qiv_int64* position) {
 // Kept: tells nothing.
 int QIV_FileIsEOF(int /*file*/) noexcept { return 1; }
 
-int QIV_FileStat(int file, QIV_FILE_STAT* status) {
+int QIV_FileStat(int file, void* status) {
   if (file == kNoFile || status == nullptr) return QIV_ERROR;
   struct stat found = {};
   if (fstat(file, &found) != 0) return QIV_ERROR;
-  qiv::PutStatus(found, status);
+  qiv::PutStatus(found, static_cast<QIV_FILE_STAT*>(status));
   return QIV_OK;
 }
 

@@ -13,35 +13,17 @@
 #include <cstddef>
 #include <memory>
 #include <new>
-#include <utility>
 
+#include "base/descriptor.h"
 #include "base/no_cancellation.h"
 
 namespace qiv {
 namespace {
 
+using base::Descriptor;
+
 constexpr std::size_t kBlockBytes = std::size_t{128} * 1024;
 constexpr mode_t kModeBits = 07777;
-
-/** A descriptor that is closed at the end of the scope. */
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) noexcept : m_descriptor(descriptor) {}
-  ~Descriptor() {
-    if (IsOpen()) close(m_descriptor);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  bool IsOpen() const noexcept { return m_descriptor != -1; }
-  int Get() const noexcept { return m_descriptor; }
-
-  /** False when the platform reports that what was written is lost. */
-  bool Close() noexcept { return close(std::exchange(m_descriptor, -1)) == 0; }
-
- private:
-  int m_descriptor;
-};
 
 template <class Call>
 ssize_t Uninterrupted(Call call) {
