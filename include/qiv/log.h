@@ -20,6 +20,9 @@
  * queued lines. A child made by fork(2) starts with the service stopped, the file target off and
  * the other targets as they were; lines that were queued at the fork are written by the parent.
  *
+ * The values of log_level are those of this header: <syslog.h> has a macro LOG_ERR of another
+ * value, 3, which is LOG_INF here. Programs that include both write 1.
+ *
  * Files are named qiv_log_N_w.log while they are written and qiv_log_N.log when they are full, with
  * N counted from 1 in each process.
  */
@@ -193,12 +196,6 @@ QIV_EXTERN_C_END
 
 #ifdef __cplusplus
 
-namespace qiv {
-namespace log {
-class Lifetime;
-}
-}  // namespace qiv
-
 /** One queued line. */
 struct _LOG {
   char* text;          /**< the line, in the ring */
@@ -207,12 +204,14 @@ struct _LOG {
 
 /**
  * A log service. GetLogService() gives the one that the functions above use; they are the usual way
- * to reach it. The members that say "kept for" are there to be looked at; changing them is left to
- * the member functions, which may be called by any threads at once.
+ * to reach it. The members are there to be looked at; changing them is left to the member
+ * functions, which may be called by any threads at once, but for WriteLogProc(). A service that a
+ * program makes itself must not be used in a child made by fork(2).
  */
 struct QIV_API LogService {
   LogService() noexcept;
-  /** Gives queued lines up to a second to be written, then ends the service. */
+  /** Gives queued lines up to a second to be written, then ends the service, and waits for a write
+   *  that is in progress. */
   ~LogService();
   LogService(const LogService&) = delete;
   LogService& operator=(const LogService&) = delete;
@@ -223,7 +222,8 @@ struct QIV_API LogService {
   /**
    * Stops the service when it runs, with the file target, and frees the ring.
    *
-   * @param wait  true to let the writer finish what is queued; false to drop that and not to wait
+   * @param wait  true to let the writer finish what is queued; false to drop that, and to wait only
+   *              for a file that is just being written
    * @return 0
    */
   int ServiceStop(bool wait) noexcept;
@@ -237,7 +237,8 @@ struct QIV_API LogService {
    */
   int PushData(const char* text, unsigned int length) noexcept;
 
-  /** The writer thread: writes what is queued until the service is stopped. @return null */
+  /** The routine of the writer thread, which ServiceStart() makes and which is the only one to run
+   *  it: writes what is queued until the service is stopped. @return null */
   static void* WriteLogProc(void* self);
 
   /**
@@ -285,10 +286,11 @@ struct QIV_API LogService {
   char szLogDir[260];              /**< the directory, with its final "/" */
 
  private:
+  friend LogService* GetLogService() noexcept;
   friend int DisableTarget(log_services target) noexcept;
-  friend class qiv::log::Lifetime;
 
   struct Batch;
+  class QIV_INTERNAL Lifetime;
 
   QIV_INTERNAL bool MakeRing() noexcept;
   QIV_INTERNAL void LeaveRing() noexcept;
@@ -302,7 +304,7 @@ struct QIV_API LogService {
   QIV_INTERNAL bool HasWriterEnded() noexcept;
   QIV_INTERNAL unsigned long long QueuedLines() noexcept;
   QIV_INTERNAL void FinishQueuedLines() noexcept;
-  QIV_INTERNAL void Close() noexcept;
+  QIV_INTERNAL bool Close() noexcept;
 
   QIV_INTERNAL void AppendToFiles(const _LOG* lines, unsigned int count) noexcept;
   QIV_INTERNAL bool IsFull(long long end, unsigned int length) const noexcept;

@@ -153,6 +153,9 @@ class QIV_API qiv_tlsTraceInfoOperImpl {
   /** Contexts held at the moment. */
   std::size_t contextCount() noexcept;
 
+  QIV_INTERNAL void lockForFork() noexcept;
+  QIV_INTERNAL void unlockAfterFork() noexcept;
+
  private:
   typedef smartptr<CTraceInfo_context, shared_object, qiv_mutex> ContextPointer;
 
@@ -213,6 +216,9 @@ class QIV_API qiv_tlsTraceInfoOper {
    * @par System         pthread_setspecific(3p)
    */
   int eraseTraceInfo() noexcept;
+
+  QIV_INTERNAL void lockForFork() noexcept;
+  QIV_INTERNAL void unlockAfterFork() noexcept;
 
  private:
   qiv_tlsTraceInfoOper() noexcept;

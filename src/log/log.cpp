@@ -10,11 +10,9 @@
 
 #include "log/log_service.h"
 
-namespace qiv::log {
-
 /** Makes the service of the process and ends it with the process, or with the library. Its memory
  *  stays: other threads may log until the process is gone. */
-class Lifetime {
+class LogService::Lifetime {
  public:
   Lifetime() noexcept {
     s_service = new (s_memory) LogService;
@@ -25,17 +23,18 @@ class Lifetime {
   Lifetime(const Lifetime&) = delete;
   Lifetime& operator=(const Lifetime&) = delete;
 
-  static LogService* Service() noexcept { return s_service; }
+  static LogService* Service() noexcept {
+    static const Lifetime lifetime;
+    return s_service;
+  }
 
  private:
   static LogService* s_service;
-  alignas(LogService) static unsigned char s_memory[sizeof(LogService)];
+  alignas(LogService) static unsigned char s_memory[];
 };
 
-LogService* Lifetime::s_service = nullptr;
-alignas(LogService) unsigned char Lifetime::s_memory[sizeof(LogService)];
-
-}  // namespace qiv::log
+LogService* LogService::Lifetime::s_service = nullptr;
+alignas(LogService) unsigned char LogService::Lifetime::s_memory[sizeof(LogService)];
 
 using namespace qiv::log;
 
@@ -79,10 +78,7 @@ unsigned int Cut(unsigned int length) { return std::min(length, kMostText); }
 
 extern "C" {
 
-LogService* GetLogService(void) noexcept {
-  static const Lifetime lifetime;
-  return Lifetime::Service();
-}
+LogService* GetLogService(void) noexcept { return LogService::Lifetime::Service(); }
 
 int WriteLog(log_level level, const char* file, int line, const char* format, ...) noexcept {
   if (format == nullptr || file == nullptr) return kBadArgument;

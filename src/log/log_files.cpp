@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "base/no_cancellation.h"
 #include "base/scoped_lock.h"
@@ -70,6 +71,7 @@ void CopyDirectory(char* to, const char* directory) {
 
 int LogService::SwitchFileService(bool on, const char* dir, unsigned int maxSize,
                                   bool cyclic) noexcept {
+  const qiv::base::NoCancellation noCancellation;
   const qiv::base::ScopedLock lock(fileMutex);
   const int result = on ? StartWriteFile(dir, maxSize) : StopWriteFile();
   bCyclic = on ? cyclic : true;
@@ -77,6 +79,7 @@ int LogService::SwitchFileService(bool on, const char* dir, unsigned int maxSize
 }
 
 int LogService::StartWriteFile(const char* dir, unsigned int maxSize) noexcept {
+  const qiv::base::NoCancellation noCancellation;
   const qiv::base::ScopedLock lock(fileMutex);
   if (dir != nullptr && std::strlen(dir) > kLongestDirectory) return kBadArgument;
   CopyDirectory(szLogDir, dir != nullptr ? dir : kDefaultDirectory);
@@ -120,8 +123,9 @@ void LogService::AppendToFiles(const _LOG* lines, unsigned int count) noexcept {
     if (hLogFile == -1 || IsFull(end, length)) {
       Write(hLogFile, run, runLength);
       runLength = 0;
-      if (!MakeRoom(end, length)) continue;
-      end = 0;
+      // The file may be shorter than reckoned: a full disk has not taken everything.
+      if (!MakeRoom(SeekEnd(hLogFile), length)) continue;
+      end = SeekEnd(hLogFile);
     }
     if (runLength == 0) run = lines[at].text;
     std::memmove(run + runLength, lines[at].text, length);
@@ -163,6 +167,6 @@ bool LogService::OpenFile() noexcept {
 }
 
 void LogService::CloseFile() noexcept {
-  QIV_CloseFile(hLogFile);
-  hLogFile = -1;
+  // Forgotten first: a child made by fork() in between must not close it once more.
+  QIV_CloseFile(std::exchange(hLogFile, -1));
 }

@@ -9,6 +9,10 @@
 #include <ctime>
 #include <iterator>
 
+#include "base/constant_mutex.h"
+#include "base/scoped_lock.h"
+#include "log/log_service.h"
+
 namespace {
 
 // What stands between the date and the file.
@@ -32,17 +36,28 @@ const char* FileName(const char* path) { return BehindLast(BehindLast(path, '/')
 struct DateText {
   std::time_t second;
   long zone;
+  int hasSummerTime;
   char text[48];
 };
+
+// The C library has a lock of its own around the zone, which it leaves locked in a child made by
+// fork() while another thread converts a time. This one is held over the fork instead.
+qiv::base::ConstantMutex g_zoneMutex;
+
+bool ToLocal(std::time_t second, std::tm* local) {
+  const qiv::base::ScopedLock lock(g_zoneMutex);
+  return localtime_r(&second, local) != nullptr;
+}
 
 thread_local DateText t_date;
 
 /** Null when the time has no local form. */
 const char* DateOf(std::time_t second) {
-  const long zone = timezone;
-  if (t_date.text[0] != '\0' && t_date.second == second && t_date.zone == zone) return t_date.text;
+  const bool isOfNow =
+      t_date.second == second && t_date.zone == timezone && t_date.hasSummerTime == daylight;
+  if (isOfNow && t_date.text[0] != '\0') return t_date.text;
   std::tm local{};
-  if (localtime_r(&second, &local) == nullptr) return nullptr;
+  if (!ToLocal(second, &local)) return nullptr;
   // Kept: the milliseconds are always 000.
   std::snprintf(
       t_date.text, sizeof t_date.text, "[%04u-%02u-%02u %02u:%02u:%02u.%03u]",
@@ -51,6 +66,7 @@ const char* DateOf(std::time_t second) {
       static_cast<unsigned int>(local.tm_min), static_cast<unsigned int>(local.tm_sec), 0U);
   t_date.second = second;
   t_date.zone = timezone;
+  t_date.hasSummerTime = daylight;
   return t_date.text;
 }
 
@@ -77,6 +93,12 @@ class CutText {
 };
 
 }  // namespace
+
+void qiv::log::LockDatesForFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS { g_zoneMutex.Lock(); }
+
+void qiv::log::UnlockDatesAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+  g_zoneMutex.Unlock();
+}
 
 extern "C" int FormatTimeAndName(char* dst, unsigned int size, log_level level, const char* file,
                                  int line) noexcept {

@@ -3,8 +3,8 @@
 // queueMutex guards the ring, the queue, bQuit, the counts and what the writer has in flight;
 // serviceMutex is held over a start and a stop and guards the thread ids and what a writer that
 // nobody waited for has left. It is the first of the three to be taken; fileMutex (see
-// log_files.cpp) and queueMutex are never held together, but over a fork, in this order. bRunning
-// is cleared under queueMutex, so whatever is accepted is queued before bQuit is set.
+// log_files.cpp) and queueMutex are held together in Close() alone, in this order. bRunning is
+// cleared under queueMutex, so whatever is accepted is queued before bQuit is set.
 //
 // The writer reads the lines of a batch without a lock. They count as free already, as the bytes do
 // that a wrap skips; what lies behind the ring makes up for both, so that no line of WriteLog() is
@@ -22,9 +22,11 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "base/no_cancellation.h"
 #include "base/scoped_lock.h"
+#include "thread/thread_start.h"
 
 using namespace qiv::log;
 using qiv::base::NoCancellation;
@@ -52,13 +54,42 @@ bool WaitUntil(qiv_int64 end, Condition holds) {
   return true;
 }
 
-// The application's handlers do not run on the small stack of the writer, and a file at its size
-// limit or a closed standard output does not end the process.
-void BlockSignals() {
-  sigset_t all;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, nullptr);
-}
+/** Blocks all signals for the threads that are started while it lives: the application's handlers
+ * do not run on the writer's small stack, and a file at its size limit or a closed standard output
+ * does not end the process. */
+class SignalsBlocked {
+ public:
+  SignalsBlocked() noexcept {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &m_saved);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_saved, nullptr); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t m_saved;
+};
+
+/** Holds a mutex, if it could be taken before `end`. */
+class TimedLock {
+ public:
+  TimedLock(QIV_Mutex* mutex, qiv_int64 end) QIV_NO_THREAD_SAFETY_ANALYSIS
+      : m_mutex(mutex),
+        m_isHeld(WaitUntil(end, [mutex] { return mutex->TryLock() == QIV_OK; })) {}
+  ~TimedLock() QIV_NO_THREAD_SAFETY_ANALYSIS {
+    if (m_isHeld) m_mutex->Unlock();
+  }
+  TimedLock(const TimedLock&) = delete;
+  TimedLock& operator=(const TimedLock&) = delete;
+
+  bool IsHeld() const noexcept { return m_isHeld; }
+
+ private:
+  QIV_Mutex* const m_mutex;
+  const bool m_isHeld;
+};
 
 // Its constructor allocates.
 std::deque<_LOG>* NewQueue() {
@@ -102,7 +133,11 @@ LogService::LogService() noexcept
 }
 
 LogService::~LogService() {
-  Close();
+  if (!Close()) {
+    ServiceStop(false);
+    JoinWriter();
+    FreeLeftRing();
+  }
   QIV_MutexDestroy(&queueMutex);
 }
 
@@ -114,7 +149,10 @@ int LogService::ServiceStart() noexcept {
   JoinWriter();
   FreeLeftRing();
   if (!MakeRing()) return kNoResources;
-  hWriterThread = QIV_Thread_Create(WriteLogProc, this, kWriterStack, 0, 0, 0);
+  {
+    const SignalsBlocked signalsBlocked;
+    hWriterThread = QIV_Thread_Create(WriteLogProc, this, kWriterStack, 0, 0, 0);
+  }
   if (hWriterThread == QIV_INVALID_ID) {
     LeaveRing();
     FreeLeftRing();
@@ -178,10 +216,7 @@ void LogService::LeaveRing() noexcept {
   m_written = m_queued;
 }
 
-void LogService::FreeLeftRing() noexcept {
-  delete[] m_leftRing;
-  m_leftRing = nullptr;
-}
+void LogService::FreeLeftRing() noexcept { delete[] std::exchange(m_leftRing, nullptr); }
 
 int LogService::PushData(const char* text, unsigned int length) noexcept {
   const int result = Queue(text, length);
@@ -234,7 +269,6 @@ char* LogService::Place(unsigned int length) noexcept {
 
 void* LogService::WriteLogProc(void* self) {
   if (self == nullptr) return nullptr;
-  BlockSignals();
   const NoCancellation noCancellation;
   auto* const service = static_cast<LogService*>(self);
   Batch batch;
@@ -299,21 +333,24 @@ void LogService::FinishQueuedLines() noexcept {
   while (!HasWritten(queued)) QIV_Sleep(1);
 }
 
-/** The end of the process or of the library. A target that takes nothing any more, or a stop that
- *  waits for one, keeps neither waiting: everything then stays as it is. */
-void LogService::Close() noexcept {
+/** The end of the process or of the library: a second for what is queued. False, and everything
+ * stays as it is, when a target takes nothing any more or a stop waits for one. */
+bool LogService::Close() noexcept {
   const NoCancellation noCancellation;
   const qiv_int64 end = QIV_GetTimeTick64() + kExitLimitMs;
   bDisabled.store(true, std::memory_order_relaxed);
   const unsigned long long queued = QueuedLines();
-  if (!WaitUntil(end, [&] { return HasWritten(queued); })) return;
-  if (!WaitUntil(end, [&] { return serviceMutex.TryLock() == QIV_OK; })) return;
+  if (!WaitUntil(end, [&] { return HasWritten(queued); })) return false;
+  const TimedLock service(&serviceMutex, end);
+  const TimedLock files(&fileMutex, end);  // which the stop takes
+  if (!service.IsHeld() || !files.IsHeld()) return false;
   ServiceStop(false);
-  if (m_leavingThread == QIV_INVALID_ID || WaitUntil(end, [&] { return HasWriterEnded(); })) {
-    JoinWriter();
-    FreeLeftRing();
+  if (m_leavingThread != QIV_INVALID_ID && !WaitUntil(end, [&] { return HasWriterEnded(); })) {
+    return false;
   }
-  serviceMutex.Unlock();
+  JoinWriter();
+  FreeLeftRing();
+  return true;
 }
 
 bool LogService::HasWriterEnded() noexcept {
@@ -321,29 +358,32 @@ bool LogService::HasWriterEnded() noexcept {
   return m_hasWriterEnded;
 }
 
-void LogService::LockForFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
-  serviceMutex.Lock();
-  fileMutex.Lock();
+// Neither serviceMutex nor fileMutex is taken: a fork does not wait for a stop or a file. The child
+// makes both anew, since they are recursive and may belong to a thread of its parent, and what they
+// guard is put into words that are whole at any moment.
+void LogService::LockForFork() noexcept {
   QIV_MutexLock(&queueMutex);
+  LockDatesForFork();
+  qiv::thread::LockStartsForFork();
 }
 
-void LogService::UnlockAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+void LogService::UnlockAfterFork() noexcept {
+  qiv::thread::UnlockStartsAfterFork();
+  UnlockDatesAfterFork();
   QIV_MutexUnlock(&queueMutex);
-  fileMutex.Unlock();
-  serviceMutex.Unlock();
 }
 
-/** The child has no writer, and two recursive mutexes that belong to a thread of its parent. What
- * is queued is the parent's to write. */
+/** The child has no writer. What is queued is the parent's to write. */
 void LogService::ResetInChild() noexcept {
+  UnlockAfterFork();
   new (&serviceMutex) QIV_Mutex;
   new (&fileMutex) QIV_Mutex;
-  QIV_MutexCreate(&queueMutex, kPlain);
   bRunning.store(false, std::memory_order_relaxed);
   hWriterThread = QIV_INVALID_ID;
   m_leavingThread = QIV_INVALID_ID;
   m_inFlight = nullptr;
   m_taken = m_queued;
   m_written = m_queued;
+  m_isReportingLostLine = false;
   StopWriteFile();
 }

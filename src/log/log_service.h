@@ -27,6 +27,10 @@ enum Code : int {
   kLost = -9,  // never told to callers
 };
 
+/** Around a fork: the child finds unlocked what FormatTimeAndName() locks. */
+void LockDatesForFork() noexcept;
+void UnlockDatesAfterFork() noexcept;
+
 /** A line of WriteLog(), with its CR, LF and NUL. */
 constexpr unsigned int kLineBytes = 2048;
 

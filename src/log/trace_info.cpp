@@ -53,7 +53,8 @@ QIV_LOAD_ORDER(QIV_LOAD_TRACE_KEY) StoreKeyLifetime g_storeKeyLifetime;
 
 }  // namespace
 
-qiv_tlsTraceInfoOperImpl::qiv_tlsTraceInfoOperImpl() = default;
+// A plain mutex: a child made by fork() may unlock it.
+qiv_tlsTraceInfoOperImpl::qiv_tlsTraceInfoOperImpl() : m_mutex(0) {}
 qiv_tlsTraceInfoOperImpl::~qiv_tlsTraceInfoOperImpl() = default;
 
 int qiv_tlsTraceInfoOperImpl::setTraceInfo(const QIV_TRACEINFO* record) noexcept {
@@ -98,6 +99,14 @@ std::size_t qiv_tlsTraceInfoOperImpl::contextCount() noexcept {
   return m_contexts.size();
 }
 
+void qiv_tlsTraceInfoOperImpl::lockForFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+  m_mutex.Lock();
+}
+
+void qiv_tlsTraceInfoOperImpl::unlockAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+  m_mutex.Unlock();
+}
+
 /** Takes over a context that this thread has just stored, or takes it out of the thread again. */
 bool qiv_tlsTraceInfoOperImpl::enter(const ContextPointer& context) noexcept {
   try {
@@ -137,6 +146,16 @@ int qiv_tlsTraceInfoOper::getTraceInfo(QIV_TRACEINFO* record) noexcept {
 int qiv_tlsTraceInfoOper::eraseTraceInfo() noexcept {
   qiv_tlsTraceInfoOperImpl* const impl = m_impl.load(std::memory_order_acquire);
   return impl == nullptr ? QIV_ERROR : impl->eraseTraceInfo();
+}
+
+void qiv_tlsTraceInfoOper::lockForFork() noexcept {
+  qiv_tlsTraceInfoOperImpl* const impl = m_impl.load(std::memory_order_acquire);
+  if (impl != nullptr) impl->lockForFork();
+}
+
+void qiv_tlsTraceInfoOper::unlockAfterFork() noexcept {
+  qiv_tlsTraceInfoOperImpl* const impl = m_impl.load(std::memory_order_acquire);
+  if (impl != nullptr) impl->unlockAfterFork();
 }
 
 int qiv_tls_alloc() noexcept {

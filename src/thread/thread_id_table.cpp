@@ -110,6 +110,10 @@ void ThreadIdTable::NumberFrom(unsigned int id) noexcept {
   m_nextId = id;
 }
 
+void ThreadIdTable::LockForFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS { m_mutex.Lock(); }
+
+void ThreadIdTable::UnlockAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS { m_mutex.Unlock(); }
+
 std::size_t ThreadIdTable::Size() noexcept {
   const base::ScopedLock lock(m_mutex);
   std::size_t size = 0;

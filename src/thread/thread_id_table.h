@@ -47,6 +47,10 @@ class ThreadIdTable {
   /** The next thread gets `id`, or the first one behind it that is valid and not taken. */
   void NumberFrom(unsigned int id) noexcept;
 
+  /** The child of a fork finds the table as it was and unlocked. */
+  void LockForFork() noexcept;
+  void UnlockAfterFork() noexcept;
+
   std::size_t Size() noexcept;
 
   /** Forgets every thread. */

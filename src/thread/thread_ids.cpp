@@ -89,6 +89,10 @@ unsigned int TableThreadIds::Self() noexcept {
 
 int TableThreadIds::Join(unsigned int id) { return g_table.Join(id); }
 
+void TableThreadIds::LockForFork() noexcept { g_table.LockForFork(); }
+
+void TableThreadIds::UnlockAfterFork() noexcept { g_table.UnlockAfterFork(); }
+
 int TableThreadIds::SetPriority(unsigned int id, int priority) noexcept {
   return g_table.SetPriority(id, priority);
 }

@@ -1,7 +1,7 @@
 // The 32-bit thread ids, with one implementation for each width of the platform's own id.
 //
-// An implementation is a set of static functions: Create, Self, Join, SetPriority. Both compile
-// everywhere; ThreadIds is the one that the library uses.
+// An implementation is a set of static functions: Create, Self, Join, SetPriority, and a pair that
+// is called around a fork so that the child can go on creating. Both compile everywhere; ThreadIds is the one that the library uses.
 #ifndef QIV_THREAD_THREAD_IDS_H
 #define QIV_THREAD_THREAD_IDS_H
 
@@ -37,6 +37,9 @@ class PlatformThreadIds {
     return ChangePriority(ToThread(id), priority);
   }
 
+  static void LockForFork() noexcept {}
+  static void UnlockAfterFork() noexcept {}
+
  private:
   static Id ToId(pthread_t thread) noexcept {
     Id id;
@@ -60,6 +63,8 @@ class TableThreadIds {
   static unsigned int Self() noexcept;
   static int Join(unsigned int id);
   static int SetPriority(unsigned int id, int priority) noexcept;
+  static void LockForFork() noexcept;
+  static void UnlockAfterFork() noexcept;
 };
 
 using ThreadIds = std::conditional_t<sizeof(pthread_t) == sizeof(unsigned int),

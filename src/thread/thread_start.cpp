@@ -83,6 +83,16 @@ bool StartDetached(const pthread_attr_t* attributes, ThreadRoutine routine,
   return started;
 }
 
+void LockStartsForFork() noexcept {
+  TraceInfo().lockForFork();
+  ThreadIds::LockForFork();
+}
+
+void UnlockStartsAfterFork() noexcept {
+  ThreadIds::UnlockAfterFork();
+  TraceInfo().unlockAfterFork();
+}
+
 }  // namespace qiv::thread
 
 extern "C" {

@@ -52,6 +52,10 @@ unsigned int StartJoinable(const pthread_attr_t* attributes, ThreadRoutine routi
 bool StartDetached(const pthread_attr_t* attributes, ThreadRoutine routine,
                    void* argument) noexcept;
 
+/** Called around a fork, so that the child can start threads whatever others were doing. */
+void LockStartsForFork() noexcept;
+void UnlockStartsAfterFork() noexcept;
+
 }  // namespace qiv::thread
 
 #endif

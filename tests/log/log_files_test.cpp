@@ -179,7 +179,10 @@ TEST_F(LogFilesTest, FileIsForItsOwnerAndNotForProgramsThatAreStarted) {
   WriteLog(LOG_ERR, "f", 1, "x");
   ASSERT_TRUE(qiv::test::Eventually([&] { return !Working(1).empty(); }));
   EXPECT_EQ(0600u, Mode(WorkingName(1)));
-  EXPECT_EQ(FD_CLOEXEC, fcntl(GetLogService()->hLogFile, F_GETFD));
+  LogService* const service = GetLogService();
+  service->fileMutex.Lock();
+  EXPECT_EQ(FD_CLOEXEC, fcntl(service->hLogFile, F_GETFD));
+  service->fileMutex.Unlock();
 }
 
 TEST_F(LogFilesTest, DirectoryIsMadeAndItsParentIsNot) {
@@ -313,6 +316,28 @@ TEST_F(LogFilesTest, FilesThatMayNotGrowLoseLinesAndNoProcess) {
                                                                                              : 1);
       },
       testing::ExitedWithCode(0), "");
+}
+
+// Lines that the disk did not take fill no file.
+TEST_F(LogFilesTest, FilesThatMayNotGrowToTheirLimitAreNotFinished) {
+  const std::string directory = Directory();
+  EXPECT_EXIT(
+      {
+        LimitFiles(1000);
+        EnableTarget(LOG_TARGET_FILE, directory.c_str(), 5000, 1);
+        for (int i = 0; i < 300; ++i) WriteLine(100);
+        std::exit(StopLogService(false));
+      },
+      testing::ExitedWithCode(0), "");
+  EXPECT_EQ(Texts{"qiv_log_1_w.log"}, Names());
+  EXPECT_EQ(1000u, Working(1).size());
+}
+
+TEST_F(LogFilesTest, DirectoryThatTakesNoFilesGivesMinus8AndAMessage) {
+  CapturedOutput error(STDERR_FILENO);
+  EXPECT_EQ(0, EnableTarget(LOG_TARGET_FILE, "/proc/self", 0, 0));
+  EXPECT_EQ(-8, Input("lost"));
+  EXPECT_EQ("LogService OpenFile[/proc/self/qiv_log_1_w.log] failed\n", error.Stop());
 }
 
 }  // namespace

@@ -1,14 +1,13 @@
 // Start, stop, ring and end of the log service.
 #include <qiv/log.h>
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <qiv/library.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -275,6 +274,39 @@ TEST_F(LogServiceTest, AServiceOfOnesOwnWorksLikeThatOfTheProcess) {
     EXPECT_EQ(0, service.PushData("x\r\n", 4));
   }
   EXPECT_EQ("x\r\n", Working(1));
+}
+
+TEST_F(LogServiceTest, EndOfAServiceOfOnesOwnWaitsForAWriteInProgress) {
+  BlockedWriter writer(WorkingName(1));
+  auto service = std::make_unique<LogService>();
+  ASSERT_EQ(0, service->SwitchFileService(true, Directory().c_str(), 0, true));
+  ASSERT_EQ(0, service->ServiceStart());
+  ASSERT_EQ(0, service->PushData("x\r\n", 4));
+  auto ended = qiv::test::RunInThread([&service] {
+    service.reset();
+    return true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));  // longer than queued lines get
+  EXPECT_FALSE(ended.IsReady());
+  EXPECT_EQ("x\r\n", writer.Read());
+  EXPECT_TRUE(ended.Get());
+}
+
+std::atomic<int> g_signals{0};
+
+TEST_F(LogServiceTest, WriterTakesNoSignals) {
+  LogToFiles();
+  std::signal(SIGUSR1, [](int) { ++g_signals; });
+  ASSERT_EQ(0, WriteLog(LOG_ERR, "f", 1, "x"));
+  sigset_t user;
+  sigemptyset(&user);
+  sigaddset(&user, SIGUSR1);
+  ASSERT_EQ(0, pthread_sigmask(SIG_BLOCK, &user, nullptr));
+  ASSERT_EQ(0, kill(getpid(), SIGUSR1));
+  ASSERT_EQ(0, StopLogService(false)) << "the writer has run since";
+  EXPECT_EQ(0, g_signals);
+  ASSERT_EQ(0, pthread_sigmask(SIG_UNBLOCK, &user, nullptr));
+  EXPECT_EQ(1, g_signals) << "the caller's mask is as it was";
 }
 
 TEST_F(LogServiceTest, ProcessThatExitsWhileTheServiceRunsWritesWhatIsQueued) {

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <clocale>
+#include <cmath>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -204,14 +205,23 @@ TEST_F(LogTest, TextIsCutWhereTheLineReaches2044Characters) {
 
 TEST_F(LogTest, HeadOfALongFileNameIsCutLikeTheText) {
   LogToFiles();
-  for (const std::size_t length : {1990U, 2040U, 2046U, 2047U, 2048U, 3000U}) {
+  const std::size_t head = std::strlen("[2026-11-15 10:30:07.000][ERR][FILE:][LINE:1] ");
+  const std::size_t lengths[] = {1990, 1993, 1994, 2040, 2046, 2047, 2048, 3000};
+  for (const std::size_t length : lengths) {
     EXPECT_EQ(0, WriteLog(LOG_ERR, std::string(length, 'f').c_str(), 1, "text"));
   }
   StopLogService(false);
   const auto lines = Lines(Working(1));
-  ASSERT_EQ(6u, lines.size());
-  for (const std::string& line : lines) EXPECT_EQ(2044u, std::max<std::size_t>(line.size(), 2044));
+  ASSERT_EQ(std::size(lengths), lines.size());
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_EQ(std::min<std::size_t>(head + lengths[i] + 4, 2044), lines[i].size());
+  }
   EXPECT_EQ('f', lines.back().back());
+}
+
+TEST_F(LogTest, HeaderLeavesTheLogarithmAlone) {
+  using namespace qiv;
+  EXPECT_EQ(0.0, log(1.0));
 }
 
 TEST_F(LogTest, ErrnoStaysAndIsThereForTheFormat) {
