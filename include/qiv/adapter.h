@@ -83,8 +83,9 @@ QIV_API int QIV_GetHostName(char* buf, unsigned int len) QIV_NOEXCEPT;
  * @param ip   dotted text of the address; null is refused
  * @param mac  gets 6 bytes, or the first `*len` of them when there is room for fewer; left alone on
  *             failure; null is refused
- * @param len  in: bytes at `mac`, 0 is refused; out: 6, also when no interface has the address.
- *             Null is refused
+ * @param len  in: bytes at `mac`, 0 is refused; out: 6, also when no interface has the address, and
+ *             also when there was room for fewer: a length below 6 gives a cut address, which the
+ *             result and the 6 do not tell. Null is refused
  * @return 0; -1 when an argument is refused, no interface has the address or the system refuses
  * @par Errors         a line of debug output for a refused argument or a list that cannot be had;
  *                     errno of the last system call
@@ -104,8 +105,9 @@ QIV_API int QIV_GetMacAddr(const char* ip, unsigned char* mac, unsigned int* len
  * 16 IPv6 addresses are looked at. When they cannot be had, the adapters come without them. Of a
  * point-to-point link the peer's IPv6 address is listed.
  *
- * Writes the line "loop[2] find N mac and M ip" to standard error. Waits at most 3 seconds for an
- * answer of the kernel, which is there at once as a rule.
+ * Writes the line "loop[2] find N mac and M ip" to standard error once the kernel could be asked
+ * for IPv6 addresses. That takes two questions; for the answer to each it waits at most 3 seconds,
+ * whatever signals arrive. The answers are there at once as a rule.
  *
  * @param list  gets the first adapter, null when there is none; to be released with
  *              QIV_FreeAdapterInfo(). Left alone on failure; null is refused
@@ -148,11 +150,11 @@ QIV_API int QIV_FreeAdapterInfo(QIV_ADAPTER_INFO* list) QIV_NOEXCEPT;
  *
  * @param node     the host's name or address text; null for none, as of getaddrinfo()
  * @param service  the service's name or port number; null for none
- * @param hints    what is asked for, in the four numbers; all zero asks for anything. The family
- *                 QIV_AF_PREFERRED stands for g_Af. Null is refused
+ * @param hints    what is asked for, in the four numbers; all zero asks for anything, and so does
+ *                 null. The family QIV_AF_PREFERRED stands for g_Af
  * @param res      gets the answers in the resolver's order, null when there is none; to be released
  *                 with QIV_FreeAddressInfo(). Left alone on failure; null is refused
- * @return 0; -1 when `hints` or `res` is null, the resolver refuses or memory is short
+ * @return 0; -1 when `res` is null, the resolver refuses or memory is short
  * @par Errors         errno as getaddrinfo() leaves it
  * @par Thread safety  any threads
  * @par System         getaddrinfo(3)

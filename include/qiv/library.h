@@ -18,7 +18,8 @@ QIV_EXTERN_C_BEGIN
  *
  * The first start makes the whole process ignore SIGPIPE. Every start asks for the host's adapters
  * and sets g_Af by them, as QIV_GetAdapterInfoEx() does (adapter.h), with its line on standard
- * error; when they cannot be had the start succeeds all the same and g_Af stays as it is.
+ * error; when they cannot be had the start succeeds all the same and g_Af stays as it is. Should
+ * the kernel not answer, this takes up to 6 seconds, and other starts and stops wait as long.
  *
  * @return 0; -1 when a first start fails (what it had started is stopped again)
  * @par Errors         no errno

@@ -1,10 +1,13 @@
-// Owns a descriptor: closed at the end of the scope.
+// Owns a descriptor: closed at the end of the scope. close() is a cancellation point, and neither a
+// destructor nor a function that may not throw can be unwound: the thread is not cancelled in it.
 #ifndef QIV_BASE_DESCRIPTOR_H
 #define QIV_BASE_DESCRIPTOR_H
 
 #include <unistd.h>
 
 #include <utility>
+
+#include "base/no_cancellation.h"
 
 namespace qiv::base {
 
@@ -13,7 +16,7 @@ class Descriptor {
   /** @param number  what a system call has returned: -1 is none */
   explicit Descriptor(int number) noexcept : m_number(number) {}
   ~Descriptor() {
-    if (IsOpen()) close(m_number);
+    if (IsOpen()) Close();
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
@@ -22,7 +25,10 @@ class Descriptor {
   [[nodiscard]] int Get() const noexcept { return m_number; }
 
   /** False when the platform reports that what was written is lost. */
-  bool Close() noexcept { return close(std::exchange(m_number, -1)) == 0; }
+  bool Close() noexcept {
+    const NoCancellation noCancellation;
+    return close(std::exchange(m_number, -1)) == 0;
+  }
 
  private:
   int m_number;

@@ -53,11 +53,11 @@ bool FirstStart() QIV_REQUIRES(g_libraryMutex) {
 // A query that fails or finds no address leaves the family as it is.
 void RefreshPreferredFamily() QIV_REQUIRES(g_libraryMutex) {
   QIV_ADAPTER_INFO* adapters = nullptr;
-  int family = g_Af;
+  int family = 0;
   if (QIV_GetAdapterInfoEx(&adapters, &family) != QIV_OK) return;
   QIV_FreeAdapterInfo(adapters);
   // Relaxed: the number stands alone, nothing is published with it.
-  __atomic_store_n(&g_Af, family, __ATOMIC_RELAXED);
+  if (family != 0) __atomic_store_n(&g_Af, family, __ATOMIC_RELAXED);
 }
 
 void LastStop() QIV_REQUIRES(g_libraryMutex) {

@@ -7,7 +7,6 @@
 #include <qiv/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -39,7 +38,7 @@ static_assert(offsetof(QIV_IP6_NODE, byAddr) == sizeof(void*), "order");
 namespace qiv::net {
 namespace {
 
-using MacAddress = std::array<unsigned char, QIV_MAC_BYTES>;
+static_assert(sizeof(MacAddress) == QIV_MAC_BYTES, "the system's length of a hardware address");
 
 template <class Node>
 void FreeNodes(Node* node) noexcept {

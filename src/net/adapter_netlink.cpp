@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -18,10 +19,9 @@
 namespace qiv::net {
 namespace {
 
-constexpr timeval kAnswerLimit = {3, 0};
+using Clock = std::chrono::steady_clock;
 
-// Signals and messages of others that the wait for one answer lives through.
-constexpr int kMaxInterruptions = 100;
+constexpr std::chrono::seconds kAnswerLimit{3};
 
 struct LinkRequest {
   nlmsghdr header;
@@ -84,49 +84,59 @@ bool Send(int socket, const Request& request) noexcept {
                 sizeof(kernel)) != -1;
 }
 
-/** Waits for a message and gives its length; -1 when there is none. Leaves it to be received. */
-ssize_t AwaitMessage(int socket) noexcept {
-  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &kAnswerLimit, sizeof(kAnswerLimit));
-  return recv(socket, nullptr, 0, MSG_PEEK | MSG_TRUNC);
+/** False when the time is up. */
+bool LimitWait(int socket, Clock::time_point deadline) noexcept {
+  const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
+  if (left.count() <= 0) return false;  // a limit of 0 would be none
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+  timeval limit = {};
+  limit.tv_sec = static_cast<time_t>(seconds.count());
+  limit.tv_usec = static_cast<suseconds_t>((left - seconds).count());
+  return setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) == 0;
 }
 
-/** Receives a message whole. Only those of the kernel are answers: others may send too. */
-bool Receive(int socket, AnswerBuffer& buffer, Reply& answer, bool& isFromKernel) noexcept {
+/** Waits for a message and gives its length; -1 when there is none. Leaves it to be received. */
+ssize_t AwaitMessage(int socket, Clock::time_point deadline) noexcept {
+  ssize_t length = 0;
+  do {
+    if (!LimitWait(socket, deadline)) return -1;
+    length = recv(socket, nullptr, 0, MSG_PEEK | MSG_TRUNC);
+  } while (length < 0 && errno == EINTR);
+  return length;
+}
+
+/**
+ * Receives an answer whole. Only what the kernel sends is one: others may send too, which extends
+ * the wait no more than signals do.
+ */
+bool NextAnswer(int socket, AnswerBuffer& buffer, Reply& answer) noexcept {
+  const Clock::time_point deadline = Clock::now() + kAnswerLimit;
   sockaddr_nl sender = {};
-  socklen_t senderLength = sizeof(sender);
-  const ssize_t received = recvfrom(socket, buffer.bytes.get(), buffer.size, 0,
-                                    reinterpret_cast<sockaddr*>(&sender), &senderLength);
-  if (received < 0) return false;
-  answer = {buffer.bytes.get(), static_cast<std::size_t>(received)};
-  isFromKernel = sender.nl_pid == 0;
+  do {
+    const ssize_t length = AwaitMessage(socket, deadline);
+    if (length < 0 || !buffer.MakeRoomFor(static_cast<std::size_t>(length))) return false;
+    socklen_t senderLength = sizeof(sender);
+    const ssize_t received = recvfrom(socket, buffer.bytes.get(), buffer.size, 0,
+                                      reinterpret_cast<sockaddr*>(&sender), &senderLength);
+    if (received < 0) return false;
+    answer = {buffer.bytes.get(), static_cast<std::size_t>(received)};
+  } while (sender.nl_pid != 0);
   return true;
 }
 
-bool NextAnswer(int socket, AnswerBuffer& buffer, Reply& answer) noexcept {
-  for (int i = 0; i < kMaxInterruptions; ++i) {
-    const ssize_t length = AwaitMessage(socket);
-    if (length < 0 && errno == EINTR) continue;
-    if (length < 0 || !buffer.MakeRoomFor(static_cast<std::size_t>(length))) return false;
-    bool isFromKernel = false;
-    if (!Receive(socket, buffer, answer, isFromKernel)) return false;
-    if (isFromKernel) return true;
-  }
-  return false;
-}
-
-/** Sends a request and reads its answers to their end; false when it cannot be sent. */
+/** Sends a request and reads its answers to their end; 0, or errno when it cannot be sent. */
 template <class Request, class Table>
-bool Dump(int socket, const Request& request, AnswerBuffer& buffer,
-          bool (*take)(Reply, std::uint32_t, Table&), Table& out) noexcept {
-  if (!Send(socket, request)) return false;
+int Dump(int socket, const Request& request, AnswerBuffer& buffer,
+         bool (*take)(Reply, std::uint32_t, Table&), Table& out) noexcept {
+  if (!Send(socket, request)) return errno;
   Reply answer = {};
   while (NextAnswer(socket, buffer, answer) && take(answer, request.header.nlmsg_seq, out)) {
   }
-  return true;
+  return 0;
 }
 
-bool Fail(const char* format) noexcept {
-  QIV_OutputDebug(format, errno);
+bool Fail(const char* format, int error) noexcept {
+  QIV_OutputDebug(format, error);
   return false;
 }
 
@@ -135,23 +145,25 @@ bool Fail(const char* format) noexcept {
 bool AskLinksAndIpv6Addresses(LinkTable& links, Ipv6Table& addresses) noexcept {
   const base::Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
   if (!socket.IsOpen()) {
-    return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 0 socket,errno=%d\n");
+    return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 0 socket,errno=%d\n", errno);
   }
   if (!BindToFreePort(socket.Get())) {
-    return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 1 bind,errno=%d\n");
+    return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 1 bind,errno=%d\n", errno);
   }
-  if (!DumpLinksAndIpv6Addresses(socket.Get(), links, addresses)) {
-    return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 2 sendto,errno=%d\n");
+  const int error = DumpLinksAndIpv6Addresses(socket.Get(), links, addresses);
+  if (error != 0) {
+    return Fail("zelmar GetIPv6ToAdapterInfo_Inter_Posix error 2 sendto,errno=%d\n", error);
   }
   return true;
 }
 
-bool DumpLinksAndIpv6Addresses(int socket, LinkTable& links, Ipv6Table& addresses) noexcept {
+int DumpLinksAndIpv6Addresses(int socket, LinkTable& links, Ipv6Table& addresses) noexcept {
   links = {};
   addresses = {};
   AnswerBuffer buffer;
   const auto linkRequest = MakeRequest<LinkRequest>(RTM_GETLINK, 1);
-  if (!Dump(socket, linkRequest, buffer, TakeLinks, links)) return false;
+  const int error = Dump(socket, linkRequest, buffer, TakeLinks, links);
+  if (error != 0) return error;
   auto addressRequest = MakeRequest<AddressRequest>(RTM_GETADDR, 2);
   addressRequest.address.ifa_family = AF_INET6;
   return Dump(socket, addressRequest, buffer, TakeIpv6Addresses, addresses);

@@ -9,8 +9,8 @@ namespace qiv::net {
 /** A failure is told on the debug output. An answer that does not come leaves a table short. */
 bool AskLinksAndIpv6Addresses(LinkTable& links, Ipv6Table& addresses) noexcept;
 
-/** The same through a bound socket; false with errno when a question cannot be sent. */
-bool DumpLinksAndIpv6Addresses(int socket, LinkTable& links, Ipv6Table& addresses) noexcept;
+/** The same through a bound socket; 0, or the errno of a question that cannot be sent. */
+int DumpLinksAndIpv6Addresses(int socket, LinkTable& links, Ipv6Table& addresses) noexcept;
 
 }  // namespace qiv::net
 

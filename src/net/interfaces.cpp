@@ -35,8 +35,7 @@ bool ListInterfaces(int socket, InterfaceList& out) noexcept {
   return true;
 }
 
-bool AskHardwareAddress(int socket, const ifreq& interface,
-                        std::array<unsigned char, QIV_MAC_BYTES>& out) noexcept {
+bool AskHardwareAddress(int socket, const ifreq& interface, MacAddress& out) noexcept {
   ifreq request = {};
   std::memcpy(request.ifr_name, interface.ifr_name, sizeof(request.ifr_name));
   if (ioctl(socket, SIOCGIFHWADDR, &request) != 0) return false;

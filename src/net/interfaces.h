@@ -4,12 +4,13 @@
 
 #include <net/if.h>
 #include <netinet/in.h>
-#include <qiv/adapter.h>
 
 #include <array>
 #include <cstddef>
 
 namespace qiv::net {
+
+using MacAddress = std::array<unsigned char, IFHWADDRLEN>;
 
 /** One record per IPv4 address; what the system has beyond 16 is not seen. */
 struct InterfaceList {
@@ -23,8 +24,7 @@ struct InterfaceList {
 bool ListInterfaces(int socket, InterfaceList& out) noexcept;
 
 /** The first 6 bytes of an interface's hardware address, zeros where it is shorter. */
-bool AskHardwareAddress(int socket, const ifreq& interface,
-                        std::array<unsigned char, QIV_MAC_BYTES>& out) noexcept;
+bool AskHardwareAddress(int socket, const ifreq& interface, MacAddress& out) noexcept;
 
 /** The address or the netmask of a record. */
 bool AskAddress(int socket, const ifreq& interface, in_addr& out) noexcept;

@@ -47,9 +47,10 @@ using SystemAnswers = std::unique_ptr<addrinfo, SystemAnswerDeleter>;
 
 /** Bytes of an address of a family; 0 for families that a record does not hold. */
 socklen_t KnownLength(int family) noexcept {
-  if (family == AF_INET) return sizeof(sockaddr_in);
-  return family == AF_INET6 ? sizeof(sockaddr_in6) : 0;
+  if (family == AF_INET) return kIpv4Length;
+  return family == AF_INET6 ? kRecordLength : 0;
 }
+static_assert(kRecordLength == sizeof(sockaddr_in6), "a record is as long as its longest address");
 
 addrinfo SystemHints(const QIV_ADDRINFO_T& hints, QIV_ADDR_T& address) noexcept {
   addrinfo result = {};
@@ -116,9 +117,10 @@ int QIV_GetHostName(char* buf, unsigned int len) noexcept {
 int QIV_GetAddressInfo(const char* node, const char* service, const QIV_ADDRINFO_T* hints,
                        QIV_ADDRINFO_T** res) {
   using namespace qiv::net;
-  if (hints == nullptr || res == nullptr) return QIV_ERROR;
-  QIV_ADDR_T hintedAddress = hints->addr;
-  const addrinfo systemHints = SystemHints(*hints, hintedAddress);
+  if (res == nullptr) return QIV_ERROR;
+  const QIV_ADDRINFO_T givenHints = hints == nullptr ? QIV_ADDRINFO_T{} : *hints;
+  QIV_ADDR_T hintedAddress = givenHints.addr;
+  const addrinfo systemHints = SystemHints(givenHints, hintedAddress);
   addrinfo* found = nullptr;
   if (getaddrinfo(node, service, &systemHints, &found) != 0) return QIV_ERROR;
   const SystemAnswers systemAnswers(found);

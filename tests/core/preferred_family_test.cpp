@@ -20,14 +20,19 @@ namespace {
 using qiv::test::InNetworkNamespace;
 using qiv::test::NetworkNamespace;
 using qiv::test::PreferredFamily;
+using qiv::test::QuietNetwork;
 
 class PreferredFamilyTest : public qiv::test::LeakCheckedTest {};
 
+constexpr const char* kLine = "loop[2] find ";
+
 TEST_F(PreferredFamilyTest, EachStartRefreshesIt) {
+  const QuietNetwork network;
   int expected = 77;
   QIV_ADAPTER_INFO* list = nullptr;
   ASSERT_EQ(0, QIV_GetAdapterInfoEx(&list, &expected));
   QIV_FreeAdapterInfo(list);
+  ASSERT_NE(77, expected) << "the host has addresses";
   const PreferredFamily saved(77);
   ASSERT_EQ(0, QIV_Init());
   EXPECT_EQ(expected, QIV_GetAf_Inner(QIV_AF_PREFERRED));
@@ -40,7 +45,8 @@ TEST_F(PreferredFamilyTest, EachStartRefreshesIt) {
   EXPECT_EQ(77, g_Af) << "a stop leaves it alone";
 }
 
-TEST_F(PreferredFamilyTest, EachStartWritesTheLineOfTheQuery) {
+TEST_F(PreferredFamilyTest, EachStartWritesTheLineOfTheQueryAndAStopDoesNot) {
+  const QuietNetwork network;
   const PreferredFamily saved(0);
   qiv::test::CapturedOutput errors(STDERR_FILENO);
   ASSERT_EQ(0, QIV_Init());
@@ -48,9 +54,11 @@ TEST_F(PreferredFamilyTest, EachStartWritesTheLineOfTheQuery) {
   EXPECT_EQ(0, QIV_Fini());
   EXPECT_EQ(0, QIV_Fini());
   const std::string text = errors.Stop();
-  const std::size_t first = text.find("loop[2] find ");
-  ASSERT_NE(std::string::npos, first) << text;
-  EXPECT_NE(std::string::npos, text.find("loop[2] find ", first + 1)) << text;
+  int lines = 0;
+  for (std::size_t at = text.find(kLine); at != std::string::npos; at = text.find(kLine, at + 1)) {
+    ++lines;
+  }
+  EXPECT_EQ(2, lines) << text;
 }
 
 TEST_F(PreferredFamilyTest, FailingQueryLeavesItAndTheStartSucceeds) {
@@ -87,7 +95,9 @@ TEST_F(PreferredFamilyTest, FollowsTheAddressesOfTheHost) {
   });
 }
 
+// Every start finds the same family here: it is the thread sanitizer that judges the two accesses.
 TEST_F(PreferredFamilyTest, IsReadWhileStartsRefreshIt) {
+  const QuietNetwork network;
   const PreferredFamily saved(0);
   ASSERT_EQ(0, QIV_Init());
   const int expected = g_Af;

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,8 @@
 #include "support/captured_output.h"
 #include "support/failing_allocation.h"
 #include "support/failing_system_call.h"
-#include "support/leak_check.h"
+#include "support/interrupting_signals.h"
+#include "support/network_namespace.h"
 #include "support/no_descriptor_limit.h"
 #include "support/run_in_thread.h"
 #include "support/stopwatch.h"
@@ -26,8 +28,8 @@ namespace {
 using qiv::test::FailingSystemCall;
 using qiv::test::RunInThread;
 
-class AdapterFailureTest : public qiv::test::LeakCheckedTest {};
-class AdapterSystemCallTest : public qiv::test::LeakCheckedTest {};
+class AdapterFailureTest : public qiv::test::QuietNetworkTest {};
+class AdapterSystemCallTest : public qiv::test::QuietNetworkTest {};
 
 struct Outcome {
   bool filtered;
@@ -106,6 +108,8 @@ TEST_F(AdapterSystemCallTest, EachFailingStepHasItsLine) {
       {{__NR_sendto, 2, kAll, 24, 105},
        0,
        "zelmar GetIPv6ToAdapterInfo_Inter_Posix error 2 sendto,errno=105\n\n"},
+      // A wait without a limit is none: the answers, which are there, are not waited for.
+      {{__NR_setsockopt, 2, kAll, SO_RCVTIMEO, 1}, 0, "loop[2] find 0 mac and 0 ip\n"},
   };
   for (const FailureRow& row : rows) {
     const Outcome outcome = GetAdapterOutcomeWith(row.call);
@@ -135,6 +139,22 @@ TEST_F(AdapterSystemCallTest, KernelThatDoesNotAnswerIsWaitedForThreeSecondsTwic
   EXPECT_TRUE(outcome.hasAdapters);
   EXPECT_EQ("loop[2] find 0 mac and 0 ip\n", outcome.errors);
   EXPECT_GE(stopwatch.Milliseconds(), 5700);
+}
+
+TEST_F(AdapterSystemCallTest, SignalsDoNotExtendTheWaitForTheKernel) {
+  const qiv::test::Stopwatch stopwatch;
+  const Outcome outcome =
+      RunInThread([] {
+        const FailingSystemCall sendNothing = {__NR_sendto, 1, 0, 0, 0};
+        const qiv::test::InterruptingSignals signals{std::chrono::milliseconds(100)};
+        if (!Install(sendNothing)) return Outcome{};
+        return GetAdapterOutcome();
+      }).Get();
+  ASSERT_TRUE(outcome.filtered);
+  EXPECT_EQ(0, outcome.result);
+  EXPECT_EQ("loop[2] find 0 mac and 0 ip\n", outcome.errors);
+  EXPECT_GE(stopwatch.Milliseconds(), 5700);
+  EXPECT_LT(stopwatch.Milliseconds(), 12000);
 }
 
 TEST_F(AdapterFailureTest, WithoutDescriptorsTheFirstLineIsWritten) {

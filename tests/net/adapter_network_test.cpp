@@ -4,20 +4,26 @@
 #include <qiv/adapter.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "net/adapter_list.h"
 #include "net/adapter_netlink.h"
 #include "support/captured_output.h"
+#include "support/failing_system_call.h"
 #include "support/leak_check.h"
 #include "support/netlink_message.h"
 #include "support/network_namespace.h"
+#include "support/run_in_thread.h"
 #include "support/sockets.h"
+#include "support/stopwatch.h"
 
 namespace {
 
@@ -87,6 +93,28 @@ TEST_F(AdapterNetworkTest, InterfaceWithIpv6AddressesAloneIsNotListed) {
     network.AddAddress("v1", "10.1.2.3", 24);
     EXPECT_EQ(Texts{"0 v1 10.1.2.3/255.255.255.0"}, Lines(GetAdapters()));
     EXPECT_EQ(AF_INET, Family());
+  });
+}
+
+TEST_F(AdapterNetworkTest, HostWithoutIpv6PrefersIpv4) {
+  InNetworkNamespace([](NetworkNamespace& network) {
+    network.SetUp("lo");
+    EXPECT_EQ(QIV_AF_INET6_DUAL, Family());
+    network.DisableIpv6();
+    AdapterList list;
+    const std::string errors = CapturedErrors(list);
+    EXPECT_NE(std::string::npos, errors.find(" mac and 0 ip\n")) << errors;
+    EXPECT_EQ(Texts{"0 lo 127.0.0.1/255.0.0.0"}, Lines(list));
+    EXPECT_EQ(AF_INET, Family());
+  });
+}
+
+TEST_F(AdapterNetworkTest, OfAPointToPointLinkThePeersAddressIsKeptListed) {
+  InNetworkNamespace([](NetworkNamespace& network) {
+    AddPairs(network, 1);
+    network.AddAddress("v0", "10.0.0.1", 24);
+    network.AddPeerAddress("v0", "fd00::1", "fd00::2");
+    EXPECT_EQ(Texts{"0 v0 10.0.0.1/255.255.255.0 fd00::2"}, Lines(GetAdapters()));
   });
 }
 
@@ -242,6 +270,38 @@ TEST_F(AdapterNetworkTest, MacIsFoundByASecondAddressToo) {
   });
 }
 
+// The kernel lists an address by its label, and knows no interface of that name.
+TEST_F(AdapterNetworkTest, InterfaceThatHasNoAddressWhenAskedIsPassedOver) {
+  InNetworkNamespace([](NetworkNamespace& network) {
+    AddPairs(network, 1);
+    network.AddAddress("v0", "10.0.0.1", 24);
+    network.AddAddress("v0", "10.7.0.1", 16, "gone");
+    ASSERT_EQ((Texts{"v0", "gone"}), KernelsOrder()) << "the last one is asked first";
+    Mac mac = {};
+    unsigned int length = 6;
+    EXPECT_EQ(-1, QIV_GetMacAddr("10.7.0.1", mac.data(), &length));
+    EXPECT_EQ(0, QIV_GetMacAddr("10.0.0.1", mac.data(), &length));
+    EXPECT_EQ(network.MacOf("v0"), mac);
+    QIV_ADAPTER_INFO* list = nullptr;
+    EXPECT_EQ(-1, QIV_GetAdapterInfo(&list)) << "the list needs every interface";
+  });
+}
+
+/** A netlink socket with a port of its own. */
+struct Port {
+  Port() {
+    sockaddr_nl address = {};
+    address.nl_family = AF_NETLINK;
+    socklen_t length = sizeof(address);
+    EXPECT_EQ(0, bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), length));
+    EXPECT_EQ(0, getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&address), &length));
+    number = address.nl_pid;
+  }
+
+  qiv::test::Socket socket{::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)};
+  std::uint32_t number = 0;
+};
+
 /** Sends a message to another netlink socket of the same kind, as the kernel would. */
 void Forge(const qiv::test::NetlinkMessage& message, std::uint32_t port) {
   const qiv::test::Socket socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
@@ -256,23 +316,39 @@ void Forge(const qiv::test::NetlinkMessage& message, std::uint32_t port) {
 TEST_F(AdapterNetworkTest, AnswersOfOthersThanTheKernelAreLeftOut) {
   InNetworkNamespace([](NetworkNamespace& network) {
     network.SetUp("lo");
-    const qiv::test::Socket socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
-    sockaddr_nl address = {};
-    address.nl_family = AF_NETLINK;
-    socklen_t length = sizeof(address);
-    ASSERT_EQ(0, bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), length));
-    ASSERT_EQ(0, getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&address), &length));
+    const Port port;
     qiv::test::NetlinkMessage link(RTM_NEWLINK, 0, 1);
     ifinfomsg forged = {};
     forged.ifi_index = 999;
-    Forge(link.Add(forged).AddAttribute(IFLA_ADDRESS, "forged"), address.nl_pid);
-    Forge(qiv::test::NetlinkMessage(NLMSG_DONE, 0, 1).Add(0), address.nl_pid);
+    Forge(link.Add(forged).AddAttribute(IFLA_ADDRESS, "forged"), port.number);
+    Forge(qiv::test::NetlinkMessage(NLMSG_DONE, 0, 1).Add(0), port.number);
     qiv::net::LinkTable links;
     qiv::net::Ipv6Table addresses;
-    ASSERT_TRUE(qiv::net::DumpLinksAndIpv6Addresses(socket.Get(), links, addresses));
+    ASSERT_EQ(0, qiv::net::DumpLinksAndIpv6Addresses(port.socket.Get(), links, addresses));
     EXPECT_GE(links.count, 1u) << "the forged end does not count";
     EXPECT_EQ(1u, addresses.count);
     for (const auto& entry : links) EXPECT_NE(999u, entry.interface);
+  });
+}
+
+TEST_F(AdapterNetworkTest, MessagesOfOthersDoNotExtendTheWaitForTheKernel) {
+  InNetworkNamespace([](NetworkNamespace&) {
+    const Port port;
+    const qiv::test::Stopwatch stopwatch;
+    auto query = qiv::test::RunInThread([&port] {
+      const qiv::test::FailingSystemCall sendNothing = {__NR_sendto, 1, 0, 0, 0};
+      if (!Install(sendNothing)) return -1;
+      qiv::net::LinkTable links;
+      qiv::net::Ipv6Table addresses;
+      return qiv::net::DumpLinksAndIpv6Addresses(port.socket.Get(), links, addresses);
+    });
+    while (!query.IsReady()) {
+      Forge(qiv::test::NetlinkMessage(NLMSG_NOOP, 0, 1), port.number);
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(0, query.Get());
+    EXPECT_GE(stopwatch.Milliseconds(), 5700);
+    EXPECT_LT(stopwatch.Milliseconds(), 12000);
   });
 }
 

@@ -139,10 +139,26 @@ TEST_F(NameResolutionTest, WhatTheResolverRefusesLeavesTheResultAlone) {
   }
 }
 
-TEST_F(NameResolutionTest, NullHintsAndNullResultAreRefused) {
+TEST_F(NameResolutionTest, NullHintsAskForAnything) {
+  const QIV_ADDRINFO_T hints = {};
+  const Answers expected = Ask("127.0.0.1", "80", hints);
+  QIV_ADDRINFO_T* found = nullptr;
+  ASSERT_EQ(0, QIV_GetAddressInfo("127.0.0.1", "80", nullptr, &found));
+  const Answers answers(found);
+  const QIV_ADDRINFO_T* own = found;
+  for (const QIV_ADDRINFO_T* each = expected.get(); each != nullptr; each = each->pNext) {
+    ASSERT_NE(nullptr, own);
+    EXPECT_EQ(each->iFlags, own->iFlags);
+    EXPECT_EQ(each->iFamily, own->iFamily);
+    EXPECT_EQ(each->iSockType, own->iSockType);
+    EXPECT_EQ("127.0.0.1", AddressText(own->addr));
+    own = own->pNext;
+  }
+  EXPECT_EQ(nullptr, own);
+}
+
+TEST_F(NameResolutionTest, NullResultIsRefused) {
   const QIV_ADDRINFO_T hints = Hints(AF_INET);
-  QIV_ADDRINFO_T* answers = nullptr;
-  EXPECT_EQ(-1, QIV_GetAddressInfo("127.0.0.1", "80", nullptr, &answers));
   EXPECT_EQ(-1, QIV_GetAddressInfo("127.0.0.1", "80", &hints, nullptr));
   EXPECT_EQ(0, QIV_FreeAddressInfo(nullptr));
 }

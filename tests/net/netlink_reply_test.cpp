@@ -99,6 +99,15 @@ TEST(NetlinkReplyTest, Ipv6AddressesAreTaken) {
   EXPECT_EQ(kIpv6, TextOf(taken.table.entries[0]));
 }
 
+TEST(NetlinkReplyTest, OfAPointToPointLinkThePeersAddressIsTaken) {
+  const std::string local = "fedcba9876543210";
+  const std::string bytes =
+      Address(9).AddAttribute(IFA_LOCAL, local).AddAttribute(IFA_ADDRESS, kIpv6).Bytes();
+  const auto taken = TakeAddresses(bytes);
+  ASSERT_EQ(1u, taken.table.count);
+  EXPECT_EQ(kIpv6, TextOf(taken.table.entries[0]));
+}
+
 TEST(NetlinkReplyTest, DoneAndErrorEndTheDump) {
   for (const std::uint16_t type : {std::uint16_t{NLMSG_DONE}, std::uint16_t{NLMSG_ERROR}}) {
     const auto taken = TakeLinks(LinkBytes(3) + Control(type) + LinkBytes(5));

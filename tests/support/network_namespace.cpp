@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 
 #include "support/netlink_message.h"
@@ -48,6 +49,29 @@ ifreq RequestFor(const std::string& name) {
 }
 
 std::string WithNul(const std::string& text) { return {text.c_str(), text.size() + 1}; }
+
+int FamilyOf(const std::string& address) {
+  return address.find(':') == std::string::npos ? AF_INET : AF_INET6;
+}
+
+std::string Bytes(const std::string& address) {
+  const int family = FamilyOf(address);
+  std::string bytes(family == AF_INET6 ? 16 : 4, '\0');
+  Require(inet_pton(family, address.c_str(), &bytes[0]) == 1, "no address text");
+  return bytes;
+}
+
+NetlinkMessage NewAddress(const std::string& name, const std::string& address,
+                          unsigned char prefixLength) {
+  ifaddrmsg header = {};
+  header.ifa_family = static_cast<unsigned char>(FamilyOf(address));
+  header.ifa_prefixlen = prefixLength;
+  header.ifa_flags = header.ifa_family == AF_INET6 ? IFA_F_NODAD : 0;
+  header.ifa_index = if_nametoindex(name.c_str());
+  NetlinkMessage message(RTM_NEWADDR, kChange, 1);
+  message.Add(header);
+  return message;
+}
 
 }  // namespace
 
@@ -100,18 +124,31 @@ Mac NetworkNamespace::MacOf(const std::string& name) {
 
 void NetworkNamespace::AddAddress(const std::string& name, const std::string& address,
                                   unsigned char prefixLength, const std::string& label) {
-  const bool isIpv6 = address.find(':') != std::string::npos;
-  std::string bytes(isIpv6 ? 16 : 4, '\0');
-  ifaddrmsg header = {};
-  header.ifa_family = isIpv6 ? AF_INET6 : AF_INET;
-  header.ifa_prefixlen = prefixLength;
-  header.ifa_flags = isIpv6 ? IFA_F_NODAD : 0;
-  header.ifa_index = if_nametoindex(name.c_str());
-  Require(inet_pton(header.ifa_family, address.c_str(), &bytes[0]) == 1, "no address text");
-  NetlinkMessage message(RTM_NEWADDR, kChange, 1);
-  message.Add(header).AddAttribute(IFA_LOCAL, bytes).AddAttribute(IFA_ADDRESS, bytes);
+  NetlinkMessage message = NewAddress(name, address, prefixLength);
+  message.AddAttribute(IFA_LOCAL, Bytes(address)).AddAttribute(IFA_ADDRESS, Bytes(address));
   if (!label.empty()) message.AddAttribute(IFA_LABEL, WithNul(label));
   Apply(message, "no address to add");
+}
+
+void NetworkNamespace::AddPeerAddress(const std::string& name, const std::string& address,
+                                      const std::string& peer) {
+  NetlinkMessage message = NewAddress(name, address, 128);
+  message.AddAttribute(IFA_LOCAL, Bytes(address)).AddAttribute(IFA_ADDRESS, Bytes(peer));
+  Apply(message, "no address of a link to add");
+}
+
+void NetworkNamespace::DisableIpv6() {
+  std::ofstream file("/proc/sys/net/ipv6/conf/all/disable_ipv6");
+  Require((file << 1 << std::flush).good(), "IPv6 cannot be switched off");
+}
+
+QuietNetwork::QuietNetwork() {
+  if (!m_network.IsEntered()) return;
+  m_network.SetUp("lo");
+  m_network.AddVethPair("v0", "v1");
+  m_network.AddAddress("v0", "10.0.0.1", 24);
+  m_network.AddAddress("v1", "10.0.0.2", 24);
+  m_network.AddAddress("v0", "fd00::1", 64);
 }
 
 void TellThatNamespacesAreNotPermitted() {

@@ -6,6 +6,8 @@
 #include <array>
 #include <string>
 
+#include "support/leak_check.h"
+
 namespace qiv::test {
 
 using Mac = std::array<unsigned char, 6>;
@@ -31,11 +33,34 @@ class NetworkNamespace {
    *  list of IPv4 interfaces. */
   void AddAddress(const std::string& name, const std::string& address, unsigned char prefixLength,
                   const std::string& label = "");
+  /** Adds an IPv6 address of a point-to-point link. */
+  void AddPeerAddress(const std::string& name, const std::string& address, const std::string& peer);
+
+  /** Takes the IPv6 addresses of all interfaces away, and lets none be added. */
+  void DisableIpv6();
 
  private:
   int m_home = -1;
   int m_control = -1;
   bool m_entered = false;
+};
+
+/**
+ * A network in which nobody changes anything: loopback, which is up, and "v0" and "v1" with
+ * addresses. Where namespaces are not permitted it is the host's own.
+ */
+class QuietNetwork {
+ public:
+  QuietNetwork();
+
+ private:
+  NetworkNamespace m_network;
+};
+
+/** Each test runs in a network of its own. */
+class QuietNetworkTest : public LeakCheckedTest {
+ private:
+  QuietNetwork m_network;
 };
 
 /** Says on standard output, in the words that ctest knows, that this test has not been run. */
