@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -76,14 +77,19 @@ int FailedStep(const char* source, const char* terminal) {
   return open("/dev/tty", O_RDWR) == -1 && errno == ENXIO ? 0 : 3;
 }
 
+/** The side of a new terminal that a program talks from; the path of the other side. */
+int MakeTerminal(char* path, std::size_t size) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  EXPECT_EQ(0, grantpt(master));
+  EXPECT_EQ(0, unlockpt(master));
+  EXPECT_EQ(0, ptsname_r(master, path, size));
+  return master;
+}
+
 TEST_F(FileCopyHazardsTest, TerminalAsTargetDoesNotBecomeTheTerminalOfTheProcess) {
   const std::string source = MakeFile("source", "text");
-  const int master = posix_openpt(O_RDWR | O_NOCTTY);
-  ASSERT_NE(-1, master);
-  ASSERT_EQ(0, grantpt(master));
-  ASSERT_EQ(0, unlockpt(master));
   char terminal[PATH_MAX] = "";
-  ASSERT_EQ(0, ptsname_r(master, terminal, sizeof terminal));
+  const int master = MakeTerminal(terminal, sizeof terminal);
   const pid_t child = fork();
   ASSERT_NE(-1, child);
   if (child == 0) _exit(FailedStep(source.c_str(), terminal));

@@ -276,16 +276,18 @@ TEST_F(FileCopyTest, PiecesAndSignalsAreNoFailure) {
   for (const int end : {in[0], in[1], out[0], out[1]}) close(end);
 }
 
+void ShrinkAndGrow(const std::string& path, off_t size, const std::atomic<bool>& done) {
+  while (!done.load(std::memory_order_acquire)) {
+    EXPECT_EQ(0, truncate(path.c_str(), 1));
+    EXPECT_EQ(0, truncate(path.c_str(), size));
+  }
+}
+
 TEST_F(FileCopyTest, SourceThatShrinksMeanwhileNeverCrashes) {
   constexpr off_t kSize = off_t{1024} * 1024;
   MakeFile("source", Bytes(std::size_t{kSize}));
   std::atomic<bool> done{false};
-  std::thread shrinking([&] {
-    while (!done.load(std::memory_order_acquire)) {
-      EXPECT_EQ(0, truncate(In("source").c_str(), 1));
-      EXPECT_EQ(0, truncate(In("source").c_str(), kSize));
-    }
-  });
+  std::thread shrinking([&] { ShrinkAndGrow(In("source"), kSize, done); });
   for (int i = 0; i < qiv::test::ScaledLoad(500); ++i) {
     const int result = Copy("source", "target");
     EXPECT_TRUE(result == 0 || result == -1);
