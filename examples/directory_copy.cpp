@@ -4,7 +4,8 @@
 // usage: directory_copy DIRECTORY [TARGET]
 //
 // TARGET is created when it is missing; files that it holds already are left alone. Ends with 1
-// when a file could not be copied. Empty files are not: QIV_CopyFile() refuses them.
+// when TARGET could not be created or a file not copied. Empty files are not: QIV_CopyFile()
+// refuses them.
 #include <qiv/file.h>
 #include <qiv/library.h>
 #include <qiv/time.h>
@@ -66,6 +67,14 @@ void Print(const QIV_FILE_FIND_INFO& info) {
               TimeText(info.llModifyTime).c_str(), info.szName);
 }
 
+/** False when there is no such directory afterwards. */
+bool MakeTarget(const std::string& path) {
+  if (QIV_MakeDir(path.c_str()) == QIV_OK) return true;
+  if (QIV_AccessFile((path + "/.").c_str(), F_OK) == 0) return true;  // it was there already
+  std::fprintf(stderr, "directory_copy: cannot make the directory '%s'\n", path.c_str());
+  return false;
+}
+
 /** False when a file that should be in the target is not. */
 bool CopyInto(const std::string& source, const std::string& target,
               const QIV_FILE_FIND_INFO& info) {
@@ -89,10 +98,11 @@ int main(int argumentCount, char** arguments) {
   std::vector<QIV_FILE_FIND_INFO> entries;
   bool all = ReadEntries(arguments[1], &entries);
   if (!all) std::fprintf(stderr, "directory_copy: cannot read '%s'\n", arguments[1]);
-  if (argumentCount == 3) QIV_MakeDir(arguments[2]);  // fails when it is there already
+  const bool isCopying = argumentCount == 3 && MakeTarget(arguments[2]);
+  if (argumentCount == 3 && !isCopying) all = false;
   for (const QIV_FILE_FIND_INFO& info : entries) {
     Print(info);
-    if (argumentCount == 3) all = CopyInto(arguments[1], arguments[2], info) && all;
+    if (isCopying) all = CopyInto(arguments[1], arguments[2], info) && all;
   }
   QIV_Fini();
   return all && std::fflush(stdout) == 0 ? 0 : 1;

@@ -3,6 +3,10 @@
  * Dynamic libraries: load, look up, unload.
  *
  * No function here sets a last error or prints; dlerror(3) tells why one failed.
+ *
+ * A library named without "/" is searched for as dlopen(3) does on behalf of either the program or
+ * this library. Only LD_LIBRARY_PATH, the cache of ldconfig(8) and the system's directories can be
+ * relied on, not the directories that the program was linked with (RUNPATH).
  */
 #ifndef QIV_DSO_H
 #define QIV_DSO_H
@@ -14,7 +18,7 @@ QIV_EXTERN_C_BEGIN
 /**
  * Loads a dynamic library and runs its constructors.
  *
- * @param path   the library, searched for as dlopen() does; null is refused
+ * @param path   the library; without "/" it is searched for, see above; null is refused
  * @param flags  of dlopen(), RTLD_NOW or RTLD_LAZY among them
  * @return a handle for QIV_UnloadDSo(); null when `path` is null or the platform refuses
  * @par Errors         dlerror()
@@ -28,7 +32,7 @@ QIV_API QIV_HANDLE QIV_LoadDSoEx(const char* path, int flags);
  * Loads a dynamic library with all its symbols resolved and open to libraries loaded later:
  * QIV_LoadDSoEx() with RTLD_NOW | RTLD_GLOBAL.
  *
- * @param path  the library, searched for as dlopen() does; null is refused
+ * @param path  the library; without "/" it is searched for, see above; null is refused
  * @return a handle for QIV_UnloadDSo(); null when `path` is null or the platform refuses
  * @par Errors         dlerror()
  * @par Thread safety  any threads

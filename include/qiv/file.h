@@ -6,6 +6,9 @@
  * beyond 2 GiB work on every platform. Null pointers and the descriptor -1 are refused before the
  * platform is called. No function here sets a last error or prints.
  *
+ * On 32-bit glibc, whose time_t has 32 bits, a file dated after January 2038 can be opened, but its
+ * status cannot be read (EOVERFLOW), so it cannot be copied either.
+ *
  * Functions without QIV_NOEXCEPT may be cancellation points, where the call of the platform behind
  * them is one.
  */
@@ -178,8 +181,8 @@ QIV_API int QIV_FileIsEOF(int file) QIV_NOEXCEPT;
  * Reads the status of an open file.
  *
  * @param file    the descriptor; -1 is refused
- * @param status  receives the status: a QIV_FILE_STAT, or sixteen 32-bit words in its order; null is
- *                refused
+ * @param status  receives the status: a QIV_FILE_STAT, or sixteen 32-bit words in its order; null
+ *                is refused
  * @return 0; -1 when an argument or the platform refuses (`status` untouched)
  * @par Errors         errno of fstat()
  * @par Thread safety  any threads
@@ -235,6 +238,11 @@ QIV_API int QIV_AccessFile(const char* path, int mode);
 /**
  * Copies a regular file: its content, and its permissions to a target that is created.
  *
+ * A target that is created belongs to the caller and gets the permissions of the source, set-id
+ * bits included, less those of the process's umask. The set-id bits stay only where the platform
+ * leaves them to a file that is written: a copy that root makes of another user's set-user-id
+ * program is a set-user-id program of root.
+ *
  * An existing target is overwritten and keeps its permissions. A copy that fails half-way leaves an
  * incomplete target behind. A file is never copied onto itself, whatever the names.
  *
@@ -244,7 +252,8 @@ QIV_API int QIV_AccessFile(const char* path, int mode);
  *                      0: overwrite it
  * @return 0; -1 when an argument is refused, the source is not a regular file, is empty, shrinks
  *         while it is copied or is the target, or when any step fails
- * @par Errors         errno of the last system call
+ * @par Errors         errno of the system call that failed; undefined where none did: the files are
+ *                     the same one, one is of an unsuitable type, or the source ends early
  * @par Thread safety  any threads
  * @par System         stat(2), open(2), lseek(2), read(2), write(2); not a cancellation point
  */

@@ -22,8 +22,9 @@ namespace {
 
 using base::Descriptor;
 
-constexpr std::size_t kBlockBytes = std::size_t{128} * 1024;
 constexpr mode_t kModeBits = 07777;
+// Opening never waits, for a pipe's other end or a terminal's line, and takes no terminal over.
+constexpr int kHarmlessOpen = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
 template <class Call>
 ssize_t Uninterrupted(Call call) {
@@ -49,6 +50,10 @@ bool IsRegularFile(const char* path) {
   return stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
+bool IsRegularFile(const Descriptor& file, struct stat* status) {
+  return file.IsOpen() && fstat(file.Get(), status) == 0 && S_ISREG(status->st_mode);
+}
+
 /** Empties a target that may be written; false when it may not. */
 bool Prepare(const Descriptor& target, const Descriptor& source) {
   struct stat to = {};
@@ -67,30 +72,31 @@ bool Extend(const Descriptor& target, off_t size) {
 }
 
 bool Copy(const char* sourcePath, const char* targetPath, bool failIfExists) {
-  // Before it is opened: opening a pipe would wait for a writer.
+  // Asked before it is opened, because opening alone makes some devices act, and afterwards,
+  // because the name may lead to another file by then.
   if (!IsRegularFile(sourcePath)) return false;
-  const Descriptor source(open(sourcePath, O_RDONLY | O_CLOEXEC));
+  const Descriptor source(open(sourcePath, O_RDONLY | kHarmlessOpen));
   struct stat status = {};
-  if (!source.IsOpen() || fstat(source.Get(), &status) != 0) return false;
+  if (!IsRegularFile(source, &status)) return false;
+  // Before the target is touched: short memory shall not destroy it.
+  const std::unique_ptr<char[]> block(new (std::nothrow) char[kCopyBlockBytes]);
+  if (!block) return false;
   // Not emptied by opening it: it may be the source under another name.
-  const int exclusive = failIfExists ? O_EXCL : 0;
-  Descriptor target(
-      open(targetPath, O_RDWR | O_CREAT | O_CLOEXEC | exclusive, status.st_mode & kModeBits));
+  const int flags = O_RDWR | O_CREAT | kHarmlessOpen | (failIfExists ? O_EXCL : 0);
+  Descriptor target(open(targetPath, flags, status.st_mode & kModeBits));
   if (!target.IsOpen() || !Prepare(target, source)) return false;
-  return Extend(target, status.st_size) && CopyBytes(source.Get(), target.Get(), status.st_size) &&
-         target.Close();
+  return Extend(target, status.st_size) &&
+         CopyBytes(source.Get(), target.Get(), status.st_size, block.get()) && target.Close();
 }
 
 }  // namespace
 
-bool CopyBytes(int source, int target, off_t count) noexcept {
-  const std::unique_ptr<char[]> block(new (std::nothrow) char[kBlockBytes]);
-  if (!block) return false;
+bool CopyBytes(int source, int target, off_t count, char* block) noexcept {
   while (count > 0) {
-    const auto wanted = static_cast<std::size_t>(std::min<off_t>(count, kBlockBytes));
-    const ssize_t got = Uninterrupted([&] { return read(source, block.get(), wanted); });
+    const auto wanted = static_cast<std::size_t>(std::min<off_t>(count, kCopyBlockBytes));
+    const ssize_t got = Uninterrupted([&] { return read(source, block, wanted); });
     if (got <= 0) return false;
-    if (!WriteAll(target, block.get(), static_cast<std::size_t>(got))) return false;
+    if (!WriteAll(target, block, static_cast<std::size_t>(got))) return false;
     count -= got;
   }
   return true;

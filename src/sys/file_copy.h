@@ -4,11 +4,15 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
+
 namespace qiv {
 
-/** Copies `count` bytes from one descriptor's position to the other's; false when the source ends
- *  before, a call fails or memory is short. */
-bool CopyBytes(int source, int target, off_t count) noexcept;
+constexpr std::size_t kCopyBlockBytes = std::size_t{128} * 1024;
+
+/** Copies `count` bytes from one descriptor's position to the other's through a block of
+ *  kCopyBlockBytes; false when the source ends before or a call fails. */
+bool CopyBytes(int source, int target, off_t count, char* block) noexcept;
 
 }  // namespace qiv
 

@@ -41,7 +41,19 @@ expect_status 0 second
 
 run nowhere "${copy[@]}" "$work/from" "$work/missing/to"
 expect_status 1 nowhere
-expect_text nowhere.err "cannot copy '.*/from/large'"
+expect_text nowhere.err "cannot make the directory '.*/missing/to'"
+
+: >"$work/plain"
+run plain "${copy[@]}" "$work/from/below" "$work/plain"
+expect_status 1 plain
+expect_text plain.err "cannot make the directory '.*/plain'"
+
+mkdir "$work/taken"
+ln -s nowhere "$work/taken/large"
+run taken "${copy[@]}" "$work/from" "$work/taken"
+expect_status 1 taken
+expect_text taken.err "cannot copy '.*/from/large'"
+cmp "$work/from/small" "$work/taken/small" || fail 'one failure keeps the others from being copied'
 
 run missing "${copy[@]}" "$work/missing"
 expect_status 1 missing

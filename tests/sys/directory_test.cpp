@@ -1,8 +1,6 @@
 #include <fcntl.h>
 #include <qiv/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -116,17 +114,12 @@ TEST_F(DirectoryTest, EveryKindOfFileHasItsType) {
   MakeFile("file", "");
   ASSERT_EQ(0, QIV_MakeDir(In("directory").c_str()));
   ASSERT_EQ(0, mkfifo(In("pipe").c_str(), 0600));
-  const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  In("socket").copy(address.sun_path, sizeof address.sun_path - 1);
-  ASSERT_EQ(0, bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+  ASSERT_EQ(0, mknod(In("socket").c_str(), S_IFSOCK | 0600, 0));
   const Entries entries = List(DirectoryPath());
   EXPECT_EQ(512u, entries.at("file").dwType);
   EXPECT_EQ(256u, entries.at("directory").dwType);
   EXPECT_EQ(32u, entries.at("pipe").dwType);
   EXPECT_EQ(16u, entries.at("socket").dwType);
-  close(socket);
 }
 
 TEST_F(DirectoryTest, DeviceHasItsNumber) {

@@ -12,8 +12,12 @@ constexpr const char* kValue = "QIV_TestModuleValue";
 
 class DsoTest : public qiv::test::FileFixture {
  protected:
-  // A copy, which no other test has loaded.
-  DsoTest() : m_path(In("module.so")) { QIV_CopyFile(QIV_TEST_MODULE, m_path.c_str(), 1); }
+  DsoTest() : m_path(In("module.so")) {}
+  void SetUp() override {
+    FileFixture::SetUp();
+    // A copy, which no other test has loaded.
+    ASSERT_EQ(0, QIV_CopyFile(QIV_TEST_MODULE, m_path.c_str(), 1));
+  }
 
   const char* Module() const { return m_path.c_str(); }
 

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -43,13 +44,17 @@ class FileCopyTest : public qiv::test::FileFixture {
   int Copy(const std::string& from, const std::string& to, int failIfExists = 0) const {
     return QIV_CopyFile(In(from).c_str(), In(to).c_str(), failIfExists);
   }
+  off_t SizeOf(const std::string& name) const {
+    struct stat status = {};
+    return stat(In(name).c_str(), &status) == 0 ? status.st_size : -1;
+  }
   void Link(const std::string& target, const std::string& name) const {
     ASSERT_EQ(0, symlink(In(target).c_str(), In(name).c_str()));
   }
 };
 
 TEST_F(FileCopyTest, CopyHasTheContentWhateverItsSize) {
-  constexpr std::size_t kBlock = std::size_t{128} * 1024;
+  constexpr std::size_t kBlock = qiv::kCopyBlockBytes;
   for (const std::size_t size : {std::size_t{1}, std::size_t{2}, std::size_t{4095},
                                  std::size_t{4096}, kBlock - 1, kBlock, kBlock + 1, 5 * kBlock}) {
     const std::string content = Bytes(size);
@@ -78,6 +83,34 @@ TEST_F(FileCopyTest, NewTargetHasTheModeOfTheSourceUnderTheUmask) {
   umask(027);
   EXPECT_EQ(0, Copy("source", "masked"));
   EXPECT_EQ(0750u, ModeOf(In("masked")) & 07777);
+}
+
+/** The mode that the platform leaves to a file which is created with `mode` and written. */
+mode_t ModeLeftByThePlatform(const std::string& path, mode_t mode) {
+  const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL, mode);
+  EXPECT_EQ(4, write(file, "text", 4));
+  struct stat status = {};
+  EXPECT_EQ(0, fstat(file, &status));
+  close(file);
+  return status.st_mode & 07777;
+}
+
+TEST_F(FileCopyTest, SetIdBitsAreCopiedWhereThePlatformLeavesThem) {
+  MakeFile("source", "text");
+  for (const mode_t mode : {04755u, 02755u, 06755u}) {
+    const std::string name = std::to_string(mode);
+    ASSERT_EQ(0, chmod(In("source").c_str(), mode));
+    EXPECT_EQ(0, Copy("source", name));
+    EXPECT_EQ(ModeLeftByThePlatform(In(name + "expected"), mode), ModeOf(In(name)) & 07777) << name;
+  }
+}
+
+TEST_F(FileCopyTest, NameMayHave255Bytes) {
+  MakeFile("source", "text");
+  EXPECT_EQ(0, Copy("source", std::string(255, 'n')));
+  EXPECT_EQ("text", ReadTextFile(In(std::string(255, 'n'))));
+  EXPECT_EQ(-1, Copy("source", std::string(256, 'n')));
+  EXPECT_EQ(ENAMETOOLONG, errno);
 }
 
 TEST_F(FileCopyTest, NullAndWhatIsMissingAreRefused) {
@@ -169,25 +202,31 @@ TEST_F(FileCopyTest, TargetThatHoldsNoContentIsRefused) {
 
 TEST_F(FileCopyTest, ShortMemoryAndNoDescriptorsFail) {
   const std::string source = MakeFile("source", "text");
-  const std::string target = In("target");
+  const std::string target = MakeFile("target", "old");
   {
     const qiv::test::FailingAllocation failing(1);
     EXPECT_EQ(-1, QIV_CopyFile(source.c_str(), target.c_str(), 0));
     EXPECT_TRUE(failing.Happened());
   }
+  EXPECT_EQ("old", ReadTextFile(target)) << "short memory destroys no target";
   const qiv::test::NoDescriptorLimit none;
   EXPECT_EQ(-1, QIV_CopyFile(source.c_str(), target.c_str(), 0));
+}
+
+bool CopyBytes(int source, int target, off_t count) {
+  const std::unique_ptr<char[]> block(new char[qiv::kCopyBlockBytes]);
+  return qiv::CopyBytes(source, target, count, block.get());
 }
 
 TEST_F(FileCopyTest, SourceThatEndsEarlyFails) {
   const int source = QIV_OpenFile(MakeFile("source", "12345").c_str(), 0x1, 0);
   const int target = QIV_OpenFile(In("target").c_str(), 0x3 | 0x4, 0x600);
-  EXPECT_FALSE(qiv::CopyBytes(source, target, 6));
+  EXPECT_FALSE(CopyBytes(source, target, 6));
   EXPECT_EQ("12345", ReadTextFile(In("target")));
-  EXPECT_FALSE(qiv::CopyBytes(source, target, 1));
-  EXPECT_TRUE(qiv::CopyBytes(source, target, 0));
+  EXPECT_FALSE(CopyBytes(source, target, 1));
+  EXPECT_TRUE(CopyBytes(source, target, 0));
   EXPECT_EQ(0, QIV_FileSeek(source, 0, SEEK_SET, nullptr));
-  EXPECT_TRUE(qiv::CopyBytes(source, target, 5));
+  EXPECT_TRUE(CopyBytes(source, target, 5));
   QIV_CloseFile(source);
   QIV_CloseFile(target);
 }
@@ -196,7 +235,7 @@ TEST_F(FileCopyTest, TargetWithoutSpaceFails) {
   const int source = QIV_OpenFile(MakeFile("source", "12345").c_str(), 0x1, 0);
   const int target = QIV_OpenFile("/dev/full", 0x3, 0);
   ASSERT_NE(-1, target);
-  EXPECT_FALSE(qiv::CopyBytes(source, target, 5));
+  EXPECT_FALSE(CopyBytes(source, target, 5));
   EXPECT_EQ(ENOSPC, errno);
   QIV_CloseFile(source);
   QIV_CloseFile(target);
@@ -230,26 +269,30 @@ TEST_F(FileCopyTest, PiecesAndSignalsAreNoFailure) {
   auto drained = RunInThread([&] { return DrainInPieces(out[0], content.size()); });
   {
     const qiv::test::InterruptingSignals signals(std::chrono::milliseconds(1));
-    EXPECT_TRUE(qiv::CopyBytes(in[0], out[1], static_cast<off_t>(content.size())));
+    EXPECT_TRUE(CopyBytes(in[0], out[1], static_cast<off_t>(content.size())));
   }
   fed.Get();
   EXPECT_TRUE(content == drained.Get());
   for (const int end : {in[0], in[1], out[0], out[1]}) close(end);
 }
 
+void ShrinkAndGrow(const std::string& path, off_t size, const std::atomic<bool>& done) {
+  while (!done.load(std::memory_order_acquire)) {
+    EXPECT_EQ(0, truncate(path.c_str(), 1));
+    EXPECT_EQ(0, truncate(path.c_str(), size));
+  }
+}
+
 TEST_F(FileCopyTest, SourceThatShrinksMeanwhileNeverCrashes) {
   constexpr off_t kSize = off_t{1024} * 1024;
   MakeFile("source", Bytes(std::size_t{kSize}));
   std::atomic<bool> done{false};
-  std::thread shrinking([&] {
-    while (!done.load(std::memory_order_acquire)) {
-      EXPECT_EQ(0, truncate(In("source").c_str(), 1));
-      EXPECT_EQ(0, truncate(In("source").c_str(), kSize));
-    }
-  });
+  std::thread shrinking([&] { ShrinkAndGrow(In("source"), kSize, done); });
   for (int i = 0; i < qiv::test::ScaledLoad(500); ++i) {
     const int result = Copy("source", "target");
     EXPECT_TRUE(result == 0 || result == -1);
+    const off_t size = SizeOf("target");
+    EXPECT_TRUE(result == -1 || size == 1 || size == kSize) << size;
   }
   done.store(true, std::memory_order_release);
   shrinking.join();

@@ -105,6 +105,14 @@ TEST_F(FileTest, TruncateEmptiesAndWithoutItTheContentStays) {
   EXPECT_EQ("", qiv::test::ReadTextFile(In("file")));
 }
 
+TEST_F(FileTest, TruncateEmptiesAFileOpenedForReadingToo) {
+  MakeFile("file", "text");
+  const int file = Open("file", 0x1 | 0x10);
+  EXPECT_NE(-1, file);
+  QIV_CloseFile(file);
+  EXPECT_EQ("", qiv::test::ReadTextFile(In("file")));
+}
+
 TEST_F(FileTest, AppendWritesAtTheEndWhateverThePosition) {
   MakeFile("file", "text");
   const int file = Open("file", 0x2 | 0x8);
@@ -134,6 +142,12 @@ TEST_F(FileTest, NewFilesHaveTheModeOfTheirPermissionBits) {
     EXPECT_EQ(row.mode, ModeOf(path) & 07777) << std::hex << row.permissions;
     QIV_DeleteFile(path.c_str());
   }
+}
+
+TEST_F(FileTest, UmaskTakesPermissionsFromANewFile) {
+  umask(077);
+  QIV_CloseFile(QIV_OpenFile(In("file").c_str(), 0x2 | 0x4, 0x777));
+  EXPECT_EQ(0700u, ModeOf(In("file")) & 07777);
 }
 
 int CountOfRead(int file, char* buffer, unsigned int length) {
@@ -222,7 +236,7 @@ struct SeekRow {
   qiv_int64 position;
 };
 
-TEST_F(FileTest, SeekReportsThePositionAndFailsOnlyWithMinusOne) {
+TEST_F(FileTest, SeekReportsThePositionOrFails) {
   constexpr qiv_int64 kUntouched = 777;
   const SeekRow rows[] = {
       {4, SEEK_SET, 0, 4},
@@ -247,6 +261,18 @@ TEST_F(FileTest, SeekReportsThePositionAndFailsOnlyWithMinusOne) {
   EXPECT_EQ(-1, QIV_FileSeek(-1, 0, SEEK_SET, &position));
   EXPECT_EQ(kUntouched, position);
   QIV_CloseFile(file);
+}
+
+TEST_F(FileTest, SeekFailsWithMinusOneOnlyAndNotWithOtherNegativePositions) {
+  // The one kind of file whose position may be negative: the upper half of an address space.
+  const int memory = QIV_OpenFile("/proc/self/mem", 0x1, 0);
+  ASSERT_NE(-1, memory);
+  qiv_int64 position = 777;
+  EXPECT_EQ(0, QIV_FileSeek(memory, -4096, SEEK_SET, &position));
+  EXPECT_EQ(-4096, position);
+  EXPECT_EQ(-1, QIV_FileSeek(memory, -1, SEEK_SET, &position));
+  EXPECT_EQ(-4096, position);
+  QIV_CloseFile(memory);
 }
 
 TEST_F(FileTest, FilesBeyondFourGibibytesWork) {
