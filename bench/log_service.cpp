@@ -88,7 +88,7 @@ std::vector<double> CallTimes() {
   constexpr int kCalls = 500;
   Logger logger;
   std::vector<double> times;
-  times.reserve(kBursts * kCalls);
+  times.reserve(std::size_t{kBursts} * kCalls);
   for (int burst = 0; burst < kBursts; ++burst) {
     for (int call = 0; call < kCalls; ++call) {
       const Timer timer;
@@ -114,6 +114,7 @@ double LinesPerSecond() {
   Logger logger;
   const Timer timer;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&logger] {
       for (int line = 0; line < kLines / kThreads; ++line) logger.Write(line);

@@ -62,9 +62,10 @@ void Write(int file, const char* text, unsigned int length) {
 
 /** Takes the directory as the caller wrote it; `to` has room for the longest one. */
 void CopyDirectory(char* to, const char* directory) {
-  const std::size_t length = std::strlen(directory);
+  std::size_t length = std::strlen(directory);
   for (std::size_t at = 0; at < length; ++at) to[at] = directory[at] == '\\' ? '/' : directory[at];
-  std::strcpy(to + length, length > 0 && to[length - 1] == '/' ? "" : "/");
+  if (length == 0 || to[length - 1] != '/') to[length++] = '/';
+  to[length] = '\0';
 }
 
 }  // namespace

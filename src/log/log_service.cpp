@@ -256,7 +256,7 @@ int LogService::Queue(const char* text, unsigned int length) noexcept {
  *  that are longer than those of WriteLog(). */
 char* LogService::Place(unsigned int length) noexcept {
   const char* const end = pRingBase + kRoomBytes;
-  const bool wraps = length > end - pRingWrite;
+  const bool wraps = length > static_cast<std::size_t>(end - pRingWrite);
   char* const position = wraps ? pRingBase : pRingWrite;
   const char* const oldest =
       m_inFlight != nullptr || logQueue->empty() ? m_inFlight : logQueue->front().text;
@@ -264,7 +264,7 @@ char* LogService::Place(unsigned int length) noexcept {
   const bool isInUseToTheEnd = oldest >= pRingWrite;
   if (wraps && isInUseToTheEnd) return nullptr;
   if (!wraps && !isInUseToTheEnd) return position;
-  return length <= oldest - position ? position : nullptr;
+  return length <= static_cast<std::size_t>(oldest - position) ? position : nullptr;
 }
 
 void* LogService::WriteLogProc(void* self) {

@@ -1,7 +1,8 @@
 // The 32-bit thread ids, with one implementation for each width of the platform's own id.
 //
 // An implementation is a set of static functions: Create, Self, Join, SetPriority, and a pair that
-// is called around a fork so that the child can go on creating. Both compile everywhere; ThreadIds is the one that the library uses.
+// is called around a fork so that the child can go on creating. Both compile everywhere; ThreadIds
+// is the one that the library uses.
 #ifndef QIV_THREAD_THREAD_IDS_H
 #define QIV_THREAD_THREAD_IDS_H
 

@@ -137,9 +137,11 @@ void NetworkNamespace::AddPeerAddress(const std::string& name, const std::string
   Apply(message, "no address of a link to add");
 }
 
-void NetworkNamespace::DisableIpv6() {
+bool NetworkNamespace::DisableIpv6() {
   std::ofstream file("/proc/sys/net/ipv6/conf/all/disable_ipv6");
-  Require((file << 1 << std::flush).good(), "IPv6 cannot be switched off");
+  if ((file << 1 << std::flush).good()) return true;
+  std::puts("[  SKIPPED ] no permission to switch IPv6 off: /proc/sys cannot be written");
+  return false;
 }
 
 QuietNetwork::QuietNetwork() {

@@ -36,8 +36,9 @@ class NetworkNamespace {
   /** Adds an IPv6 address of a point-to-point link. */
   void AddPeerAddress(const std::string& name, const std::string& address, const std::string& peer);
 
-  /** Takes the IPv6 addresses of all interfaces away, and lets none be added. */
-  void DisableIpv6();
+  /** Takes the IPv6 addresses of all interfaces away, and lets none be added; false, after a notice
+   *  of a skipped test, when it may not. */
+  [[nodiscard]] bool DisableIpv6();
 
  private:
   int m_home = -1;
