@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 #include <iterator>
+#include <string_view>
 
 #include "base/constant_mutex.h"
 #include "base/scoped_lock.h"
@@ -16,11 +17,11 @@
 namespace {
 
 // What stands between the date and the file.
-constexpr const char* kLevelTexts[] = {
+constexpr std::string_view kLevelTexts[] = {
     "[DISABLE][FILE:", "[ERR][FILE:", "[DBG][FILE:", "[INF][FILE:"};
-constexpr char kUnknownLevel[] = "[UNKNOWN][FILE:";
+constexpr std::string_view kUnknownLevel = "[UNKNOWN][FILE:";
 
-const char* LevelText(log_level level) {
+std::string_view LevelText(log_level level) {
   const bool isKnown = level >= 0 && level < static_cast<log_level>(std::size(kLevelTexts));
   return isKnown ? kLevelTexts[level] : kUnknownLevel;
 }
@@ -37,6 +38,7 @@ struct DateText {
   std::time_t second;
   long zone;
   int hasSummerTime;
+  int length;  // 0: none has been made
   char text[48];
 };
 
@@ -51,23 +53,26 @@ bool ToLocal(std::time_t second, std::tm* local) {
 
 thread_local DateText t_date;
 
-/** Null when the time has no local form. */
-const char* DateOf(std::time_t second) {
+/** Empty when the time has no local form. */
+std::string_view DateOf(std::time_t second) {
+  DateText& date = t_date;
   const bool isOfNow =
-      t_date.second == second && t_date.zone == timezone && t_date.hasSummerTime == daylight;
-  if (isOfNow && t_date.text[0] != '\0') return t_date.text;
-  std::tm local{};
-  if (!ToLocal(second, &local)) return nullptr;
-  // Kept: the milliseconds are always 000.
-  std::snprintf(
-      t_date.text, sizeof t_date.text, "[%04u-%02u-%02u %02u:%02u:%02u.%03u]",
-      static_cast<unsigned int>(local.tm_year) + 1900, static_cast<unsigned int>(local.tm_mon + 1),
-      static_cast<unsigned int>(local.tm_mday), static_cast<unsigned int>(local.tm_hour),
-      static_cast<unsigned int>(local.tm_min), static_cast<unsigned int>(local.tm_sec), 0U);
-  t_date.second = second;
-  t_date.zone = timezone;
-  t_date.hasSummerTime = daylight;
-  return t_date.text;
+      date.second == second && date.zone == timezone && date.hasSummerTime == daylight;
+  if (!isOfNow || date.length == 0) {
+    std::tm local{};
+    if (!ToLocal(second, &local)) return {};
+    // Kept: the milliseconds are always 000.
+    date.length = std::snprintf(
+        date.text, sizeof date.text, "[%04u-%02u-%02u %02u:%02u:%02u.%03u]",
+        static_cast<unsigned int>(local.tm_year) + 1900,
+        static_cast<unsigned int>(local.tm_mon + 1), static_cast<unsigned int>(local.tm_mday),
+        static_cast<unsigned int>(local.tm_hour), static_cast<unsigned int>(local.tm_min),
+        static_cast<unsigned int>(local.tm_sec), 0U);
+    date.second = second;
+    date.zone = timezone;
+    date.hasSummerTime = daylight;
+  }
+  return {date.text, static_cast<std::size_t>(date.length)};
 }
 
 /** Puts parts behind each other, as far as they fit, and a NUL behind them: what snprintf() would
@@ -76,12 +81,12 @@ class CutText {
  public:
   CutText(char* to, unsigned int size) noexcept : m_to(to), m_room(size > 0 ? size - 1 : 0) {}
 
-  void Add(const char* text, std::size_t length) noexcept {
-    const std::size_t fitting = m_length < m_room ? std::min(length, m_room - m_length) : 0;
-    if (fitting > 0) std::memcpy(m_to + m_length, text, fitting);
-    m_length += length;
+  void Add(std::string_view text) noexcept {
+    const std::size_t room = m_length < m_room ? m_room - m_length : 0;
+    const std::size_t fitting = std::min(text.size(), room);
+    if (fitting > 0) std::memcpy(m_to + m_length, text.data(), fitting);
+    m_length += text.size();
   }
-  void Add(const char* text) noexcept { Add(text, std::strlen(text)); }
   /** The length without a cut. */
   std::size_t Length() const noexcept { return m_length; }
   void Terminate() noexcept { m_to[std::min(m_length, m_room)] = '\0'; }
@@ -103,8 +108,8 @@ void qiv::log::UnlockDatesAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
 extern "C" int FormatTimeAndName(char* dst, unsigned int size, log_level level, const char* file,
                                  int line) noexcept {
   if (file == nullptr || (dst == nullptr && size != 0)) return -1;
-  const char* const date = DateOf(std::time(nullptr));
-  if (date == nullptr) return -1;
+  const std::string_view date = DateOf(std::time(nullptr));
+  if (date.empty()) return -1;
   CutText head(dst, size);
   head.Add(date);
   head.Add(LevelText(level));
@@ -113,7 +118,7 @@ extern "C" int FormatTimeAndName(char* dst, unsigned int size, log_level level, 
   char* const number = lineText + std::strlen("][LINE:");
   char* const end = std::to_chars(number, std::end(lineText), line).ptr;
   std::memcpy(end, "] ", 2);
-  head.Add(lineText, static_cast<std::size_t>(end + 2 - lineText));
+  head.Add({lineText, static_cast<std::size_t>(end + 2 - lineText)});
   if (size > 0) head.Terminate();
   return static_cast<int>(std::min<std::size_t>(head.Length(), INT_MAX));
 }
