@@ -161,6 +161,32 @@ TEST(StartSequenceTest, AFailureStopsWhatStandsAndStartsNothingMore) {
   EXPECT_EQ("ABCab", g_steps);
 }
 
+char g_failing = 0;
+
+template <char Name>
+int StartUnlessFailing() {
+  g_steps += Name;
+  return Name == g_failing ? -1 : 0;
+}
+
+TEST(StartSequenceTest, AfterTheFailureOfAnyServiceTheNextStartRunsTheWholeSequence) {
+  Service services[] = {{StartUnlessFailing<'A'>, StopStep<'a'>, false},
+                        {StartUnlessFailing<'B'>, StopStep<'b'>, false},
+                        {StartUnlessFailing<'C'>, StopStep<'c'>, false},
+                        {StartUnlessFailing<'D'>, StopStep<'d'>, false}};
+  const auto stepsOfStart = [&](char failing, bool succeeds) {
+    g_failing = failing;
+    g_steps.clear();
+    EXPECT_EQ(succeeds, qiv::core::StartServices(std::begin(services), std::end(services)));
+    return g_steps;
+  };
+  EXPECT_EQ("A", stepsOfStart('A', false));
+  EXPECT_EQ("ABa", stepsOfStart('B', false));
+  EXPECT_EQ("ABCab", stepsOfStart('C', false));
+  EXPECT_EQ("ABCDabc", stepsOfStart('D', false));
+  EXPECT_EQ("ABCD", stepsOfStart(0, true));
+}
+
 TEST(StartSequenceTest, AServiceWithoutAStartIsNeverStopped) {
   Service services[] = {{nullptr, StopStep<'t'>, true}, {StartStep<'A', 0>, StopStep<'a'>, false}};
   g_steps.clear();
