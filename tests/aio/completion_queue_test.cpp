@@ -59,7 +59,7 @@ TEST_F(CompletionQueueTest, DestroyOfAnIdleQueueReturnsSoon) {
 }
 
 TEST_F(CompletionQueueTest, EveryWorkerIsAThreadWithAnEpollDescriptor) {
-  const int threads = qiv::test::CountEntries("/proc/self/task");
+  const int threads = qiv::test::ThreadsAtRest();
   const int descriptors = qiv::test::CountEntries("/proc/self/fd");
   const Queue queue(3, 1);
   EXPECT_EQ(threads + 3, qiv::test::CountEntries("/proc/self/task"));
@@ -67,14 +67,14 @@ TEST_F(CompletionQueueTest, EveryWorkerIsAThreadWithAnEpollDescriptor) {
 }
 
 TEST_F(CompletionQueueTest, CreateNewMakesAQueueInMode1WithSoManyWorkers) {
-  const int threads = qiv::test::CountEntries("/proc/self/task");
+  const int threads = qiv::test::ThreadsAtRest();
   const QIV_HANDLE queue = QIV_AsyncIO_CreateQueueEx_New(2);
   EXPECT_EQ(threads + 2, qiv::test::CountEntries("/proc/self/task"));
   EXPECT_EQ(0, QIV_AsyncIO_DestroyQueueEx(queue));
 }
 
 TEST_F(CompletionQueueTest, CreateEx2MakesTwiceProcessorsPlus1Workers) {
-  const int threads = qiv::test::CountEntries("/proc/self/task");
+  const int threads = qiv::test::ThreadsAtRest();
   const QIV_HANDLE queue = QIV_AsyncIO_CreateQueueEx2();
   EXPECT_EQ(threads + (QIV_GetCPUNumber() + 1) * 2, qiv::test::CountEntries("/proc/self/task"));
   EXPECT_EQ(0, QIV_AsyncIO_DestroyQueueEx(queue));
@@ -260,7 +260,7 @@ TEST_F(CompletionQueueTest, DestroyFromOneOfItsOwnCallbacksIsRefused) {
 // One worker has ended, the other is still in a callback that binds to the first.
 TEST_F(CompletionQueueTest, ACallbackMayBindAndUnbindUntilTheDestructionIsOver) {
   for (const int mode : {0, 1}) {
-    const int threads = qiv::test::CountEntries("/proc/self/task");
+    const int threads = qiv::test::ThreadsAtRest();
     const QIV_HANDLE queue = QIV_AIO_CreateQueueEx(2, mode);
     const Socket busy = qiv::test::MoveTo(qiv::test::BoundUdpSocket(), 601);
     const Socket other = qiv::test::MoveTo(qiv::test::BoundUdpSocket(), 600);
@@ -342,7 +342,7 @@ TEST(CompletionQueueDeathTest, ADestroyedQueuesSocketReachesNoLaterQueueWithTheS
   int next = 0;
   while (next < 100) next = open("/dev/null", O_RDONLY);  // every number below is taken then
   close(next);
-  const int threads = qiv::test::CountEntries("/proc/self/task");
+  const int threads = qiv::test::ThreadsAtRest();
   const int descriptors = qiv::test::CountEntries("/proc/self/fd");
   rlimit limit = {};
   getrlimit(RLIMIT_NOFILE, &limit);

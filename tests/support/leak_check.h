@@ -13,6 +13,10 @@ int CountEntries(const char* directory);
  *  have been joined may still be listed for a moment. */
 int CountUntilAtMost(const char* directory, int limit);
 
+/** The threads of the process that has started none yet: an emulator or a sanitizer has one of its
+ *  own, and one more for a moment at the start. */
+inline int ThreadsAtRest() { return CountUntilAtMost("/proc/self/task", 2); }
+
 class LeakCheckedTest : public ::testing::Test {
  protected:
   void SetUp() override;
