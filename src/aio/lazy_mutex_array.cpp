@@ -9,14 +9,6 @@ pthread_mutex_t g_setUpLock = PTHREAD_MUTEX_INITIALIZER;
 
 }  // namespace
 
-LazyMutexArray::~LazyMutexArray() {
-  for (int index = kSocketLimit - 1; index >= 0; --index) {
-    if (!m_ready[index].load(std::memory_order_acquire)) continue;
-    m_ready[index].store(false, std::memory_order_relaxed);
-    Element(index)->~QIV_Mutex();
-  }
-}
-
 QIV_Mutex* LazyMutexArray::Element(int index) noexcept {
   return std::launder(reinterpret_cast<QIV_Mutex*>(m_storage[index]));
 }

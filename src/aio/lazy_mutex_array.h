@@ -14,11 +14,13 @@ namespace qiv::aio {
 /** Descriptors from here on cannot be used with completion queues. */
 constexpr int kSocketLimit = 65536;
 
-/** Only for objects with static storage: relies on memory that starts zeroed. */
+/**
+ * Only for objects with static storage: relies on memory that starts zeroed. No element is ever
+ * destroyed: threads that still run while the process exits go on locking them.
+ */
 class LazyMutexArray {
  public:
   LazyMutexArray() = default;
-  ~LazyMutexArray();
   LazyMutexArray(const LazyMutexArray&) = delete;
   LazyMutexArray& operator=(const LazyMutexArray&) = delete;
 

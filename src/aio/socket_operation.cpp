@@ -21,7 +21,8 @@ constexpr std::size_t kMostPendingRequests = 3840;
 
 }  // namespace
 
-QIV_LOAD_ORDER(QIV_LOAD_SOCKET_UUID_MUTEX) QIV_Mutex CSocketOperation::m_gUuidMutex;
+QIV_LOAD_ORDER(QIV_LOAD_SOCKET_UUID_MUTEX)
+qiv::base::LoadTimeMutex CSocketOperation::m_gUuidMutex{-1};
 QIV_LOAD_ORDER(QIV_LOAD_SOCKET_SEND_MUTEXES) qiv::aio::LazyMutexArray CSocketOperation::m_sendMutex;
 QIV_LOAD_ORDER(QIV_LOAD_SOCKET_RECV_MUTEXES) qiv::aio::LazyMutexArray CSocketOperation::m_recvMutex;
 std::atomic<unsigned int> CSocketOperation::m_gUuid{0};

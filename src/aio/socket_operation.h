@@ -11,6 +11,7 @@
 #include "aio/lazy_mutex_array.h"
 #include "aio/request_queue.h"
 #include "aio/trimmable_pool.h"
+#include "base/load_time_mutex.h"
 
 /** An edit of a socket's registration in its epoll set. */
 enum __SOCKET_OPR : int {
@@ -41,7 +42,7 @@ class CSocketOperation {
 
   static qiv::aio::LazyMutexArray m_sendMutex;
   static qiv::aio::LazyMutexArray m_recvMutex;
-  static QIV_Mutex m_gUuidMutex;
+  static qiv::base::LoadTimeMutex m_gUuidMutex;
 
   CSocketOperation(int socketFd, int epollFd) noexcept;
   ~CSocketOperation();

@@ -19,6 +19,7 @@
 #include <iterator>
 
 #include "base/load_order.h"
+#include "base/load_time_mutex.h"
 #include "base/scoped_lock.h"
 
 const char* pVersion = "version: 1.1.15.460672";
@@ -31,7 +32,7 @@ constexpr unsigned int kInterfaceVersion = 0x0101000C;
 constexpr unsigned int kLogToConsole = 1;
 constexpr unsigned int kLogToFiles = 2;
 
-QIV_LOAD_ORDER(QIV_LOAD_LIBRARY_MUTEX) QIV_Mutex g_libraryMutex{0};
+QIV_LOAD_ORDER(QIV_LOAD_LIBRARY_MUTEX) base::LoadTimeMutex g_libraryMutex{0};
 
 unsigned int g_startCount QIV_GUARDED_BY(g_libraryMutex) = 0;
 

@@ -3,8 +3,7 @@
 // m_mutex guards everything but the limit, and stands for the locks that the five pools do without.
 // Lock order: the library mutex, m_mutex, the pools' chunk pools. m_mutex is held while pools are
 // deleted, so that nobody uses one that goes. g_isGone is set under it when the process exits or
-// the library is unloaded: threads that still run then look before they take the lock, which may be
-// no more, and again once they have it.
+// the library is unloaded: threads that still run then get nothing.
 #include "memory/memory_pool_global.h"
 
 #include <qiv/memory_pool_global.h>
@@ -24,7 +23,7 @@ QIV_LOAD_ORDER(QIV_LOAD_GLOBAL_MEMORY_POOL) CGlobalMemoryPool g_globalMemoryPool
 
 namespace {
 
-using Lock = base::ScopedLock<QIV_Mutex>;
+using Lock = base::ScopedLock<base::LoadTimeMutex>;
 
 struct SizeClass {
   unsigned int largest;
@@ -36,9 +35,7 @@ constexpr SizeClass kSizeClasses[] = {
 
 constexpr long long kIdleTimeoutMs = 60000;
 
-std::atomic<bool> g_isGone{false};
-
-bool IsGone() { return g_isGone.load(std::memory_order_acquire); }
+bool g_isGone = false;  // guarded by m_mutex; no member, as it outlives the object
 
 /** The end of the table for a size that no class serves. */
 const SizeClass* ClassOf(unsigned int size) {
@@ -58,14 +55,14 @@ std::size_t IndexOf(const SizeClass* sizeClass) {
 // made by fork() has none of their threads.
 CGlobalMemoryPool::~CGlobalMemoryPool() {
   const Lock lock(m_mutex);
-  g_isGone.store(true, std::memory_order_release);
+  g_isGone = true;
 }
 
 bool CGlobalMemoryPool::Init(unsigned int limit) noexcept {
   limit = std::min(limit, kLargestLimit);
   m_limit.store(limit, std::memory_order_relaxed);  // a number that nothing else goes with
   const Lock lock(m_mutex);
-  if (IsGone()) return false;
+  if (g_isGone) return false;
   for (std::size_t i = 0; i < kClasses; ++i) {
     if (m_pools[i] == nullptr) {
       m_pools[i] = NewClassPool(limit, kSizeClasses[i].chunkSize).release();
@@ -77,14 +74,14 @@ bool CGlobalMemoryPool::Init(unsigned int limit) noexcept {
 
 void CGlobalMemoryPool::Fini() {
   const Lock lock(m_mutex);
-  if (!IsGone()) DestroyPools();
+  if (!g_isGone) DestroyPools();
 }
 
 void* CGlobalMemoryPool::Alloc(unsigned int size) noexcept {
   const SizeClass* const sizeClass = ClassOf(size);
   if (!IsServed(sizeClass)) return nullptr;
   const Lock lock(m_mutex);
-  if (IsGone()) return nullptr;
+  if (g_isGone) return nullptr;
   QIV_MemoryPoolEx* const pool = m_pools[IndexOf(sizeClass)];
   if (pool == nullptr) return nullptr;
   const bool needsChunk = size > pool->IdleSize();
@@ -102,7 +99,7 @@ void* CGlobalMemoryPool::Alloc(unsigned int size) noexcept {
 void CGlobalMemoryPool::Free(void* pointer) noexcept {
   if (pointer == nullptr) return;
   const Lock lock(m_mutex);
-  if (IsGone()) return;
+  if (g_isGone) return;
   const auto entry = m_mapPools.find(pointer);
   if (entry == m_mapPools.end()) return;
   entry->second->Free(pointer);
@@ -114,17 +111,17 @@ QIV_MemoryPoolEx* CGlobalMemoryPool::ClassPool(unsigned int& size) noexcept {
   if (!IsServed(sizeClass)) return nullptr;
   size = sizeClass->chunkSize;
   const Lock lock(m_mutex);
-  return IsGone() ? nullptr : m_pools[IndexOf(sizeClass)];
+  return g_isGone ? nullptr : m_pools[IndexOf(sizeClass)];
 }
 
 unsigned int CGlobalMemoryPool::Size() noexcept {
   const Lock lock(m_mutex);
-  return IsGone() || !m_isReady ? 0 : memory::SizeFigure(Sum(&QIV_MemoryPoolEx::Size));
+  return g_isGone || !m_isReady ? 0 : memory::SizeFigure(Sum(&QIV_MemoryPoolEx::Size));
 }
 
 unsigned int CGlobalMemoryPool::IdleSize() noexcept {
   const Lock lock(m_mutex);
-  return IsGone() || !m_isReady ? 0 : memory::SizeFigure(Sum(&QIV_MemoryPoolEx::IdleSize));
+  return g_isGone || !m_isReady ? 0 : memory::SizeFigure(Sum(&QIV_MemoryPoolEx::IdleSize));
 }
 
 /** Null also where the pool would be without its implementation: it would never serve anything. */
@@ -161,25 +158,17 @@ qiv_uint64 CGlobalMemoryPool::Sum(Figure figure) const noexcept {
   return sum;
 }
 
-bool QIV_InitMemoryPool(unsigned int limit) noexcept {
-  return !IsGone() && g_globalMemoryPool.Init(limit);
-}
+bool QIV_InitMemoryPool(unsigned int limit) noexcept { return g_globalMemoryPool.Init(limit); }
 
-void QIV_FiniMemoryPool() {
-  if (!IsGone()) g_globalMemoryPool.Fini();
-}
+void QIV_FiniMemoryPool() { g_globalMemoryPool.Fini(); }
 
 QIV_MemoryPoolEx* QIV_GetMemoryPoolEx(unsigned int& size) noexcept {
-  return IsGone() ? nullptr : g_globalMemoryPool.ClassPool(size);
+  return g_globalMemoryPool.ClassPool(size);
 }
 
-unsigned int QIV_GetMemoryPoolExTotalSize() noexcept {
-  return IsGone() ? 0 : g_globalMemoryPool.Size();
-}
+unsigned int QIV_GetMemoryPoolExTotalSize() noexcept { return g_globalMemoryPool.Size(); }
 
-unsigned int QIV_GetMemoryPoolExTotalIdleSize() noexcept {
-  return IsGone() ? 0 : g_globalMemoryPool.IdleSize();
-}
+unsigned int QIV_GetMemoryPoolExTotalIdleSize() noexcept { return g_globalMemoryPool.IdleSize(); }
 
 }  // namespace qiv
 
@@ -190,12 +179,10 @@ int QIV_MemoryPoolGlobal_Init(unsigned int limit) noexcept {
 }
 
 void* QIV_MemoryPoolGlobal_Alloc(unsigned int size) noexcept {
-  return qiv::IsGone() ? nullptr : qiv::g_globalMemoryPool.Alloc(size);
+  return qiv::g_globalMemoryPool.Alloc(size);
 }
 
-void QIV_MemoryPoolGlobal_Free(void* pointer) noexcept {
-  if (!qiv::IsGone()) qiv::g_globalMemoryPool.Free(pointer);
-}
+void QIV_MemoryPoolGlobal_Free(void* pointer) noexcept { qiv::g_globalMemoryPool.Free(pointer); }
 
 unsigned int QIV_MemoryPoolGlobal_Size(void) noexcept {
   return qiv::QIV_GetMemoryPoolExTotalSize();

@@ -3,12 +3,13 @@
 #define QIV_MEMORY_MEMORY_POOL_GLOBAL_H
 
 #include <qiv/memory_pool_ex.h>
-#include <qiv/mutex.h>
 
 #include <atomic>
 #include <cstddef>
 #include <map>
 #include <memory>
+
+#include "base/load_time_mutex.h"
 
 namespace qiv {
 
@@ -45,7 +46,7 @@ class CGlobalMemoryPool {
   qiv_uint64 Sum(Figure figure) const noexcept QIV_REQUIRES(m_mutex);
 
   std::atomic<unsigned int> m_limit{kLargestLimit};
-  QIV_Mutex m_mutex;
+  base::LoadTimeMutex m_mutex;
   std::map<void*, QIV_MemoryPoolEx*> m_mapPools QIV_GUARDED_BY(m_mutex);
   std::multimap<void*, QIV_MemoryPoolEx*> m_mapSpareNodes QIV_GUARDED_BY(m_mutex);
   QIV_MemoryPoolEx* m_pools[kClasses] QIV_GUARDED_BY(m_mutex) = {};  // owned

@@ -2,13 +2,12 @@
 //
 // g_mapCondAttr is guarded by g_lockCondAttr, which is also held while the trace lines are written.
 // No other lock is taken under it. g_mapIsGone is set under the lock too; threads that still run
-// while the process exits read it when the lock is no more, and go on without the map.
+// while the process exits go on without the map.
 #include "sync/condition.h"
 
 #include <qiv/condition.h>
 #include <time.h>
 
-#include <atomic>
 #include <memory>
 #include <new>
 #include <utility>
@@ -23,20 +22,18 @@ namespace qiv::sync {
 QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_MAP)
 std::map<pthread_cond_t*, pthread_condattr_t*> g_mapCondAttr;
 
-QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_LOCK) QIV_Mutex g_lockCondAttr;
+QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_LOCK) base::LoadTimeMutex g_lockCondAttr{-1};
 
 namespace {
 
-std::atomic<bool> g_mapIsGone{false};
-
-bool MapIsGone() { return g_mapIsGone.load(std::memory_order_acquire); }
+bool g_mapIsGone QIV_GUARDED_BY(g_lockCondAttr) = false;
 
 void FreeAttribute(pthread_condattr_t* attribute) {
   pthread_condattr_destroy(attribute);
   delete attribute;
 }
 
-/** Destroyed before the lock and the map. */
+/** Destroyed before the map. */
 class EndOfMap {
  public:
   constexpr EndOfMap() noexcept = default;
@@ -44,7 +41,7 @@ class EndOfMap {
     const base::ScopedLock lock(g_lockCondAttr);
     // A condition that is left does not need its attribute.
     for (const auto& entry : g_mapCondAttr) FreeAttribute(entry.second);
-    g_mapIsGone.store(true, std::memory_order_release);
+    g_mapIsGone = true;
   }
   EndOfMap(const EndOfMap&) = delete;
   EndOfMap& operator=(const EndOfMap&) = delete;
@@ -70,7 +67,7 @@ AttributePointer NewMonotonicAttribute() {
 void EnterAttribute(pthread_cond_t* condition, AttributePointer attribute) {
   const base::ScopedLock lock(g_lockCondAttr);
   // Kept: an address that is entered already gets the new attribute, and the old one is not freed.
-  const bool isKept = !MapIsGone();
+  const bool isKept = !g_mapIsGone;
   if (isKept) g_mapCondAttr[condition] = attribute.get();
   base::Diagnose("QIV_CondCreate pCond:%p,pCondAttr:%p\r\n", static_cast<void*>(condition),
                  static_cast<void*>(attribute.get()));
@@ -79,7 +76,7 @@ void EnterAttribute(pthread_cond_t* condition, AttributePointer attribute) {
 
 void RemoveAttribute(pthread_cond_t* condition) {
   const base::ScopedLock lock(g_lockCondAttr);
-  if (MapIsGone()) return;
+  if (g_mapIsGone) return;
   const auto entry = g_mapCondAttr.find(condition);
   if (entry == g_mapCondAttr.end()) return;
   base::Diagnose("QIV_CondDestroy pCond:%p,pCondAttr:%p\r\n", static_cast<void*>(condition),

@@ -3,14 +3,15 @@
 #define QIV_SYNC_CONDITION_H
 
 #include <pthread.h>
-#include <qiv/mutex.h>
 
 #include <map>
+
+#include "base/load_time_mutex.h"
 
 namespace qiv::sync {
 
 /** Guards g_mapCondAttr. */
-extern QIV_Mutex g_lockCondAttr;
+extern base::LoadTimeMutex g_lockCondAttr;
 
 /** The attribute of each condition that QIV_CondCreate() made, by the condition's address. */
 extern std::map<pthread_cond_t*, pthread_condattr_t*> g_mapCondAttr QIV_GUARDED_BY(g_lockCondAttr);

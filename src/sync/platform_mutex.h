@@ -7,13 +7,16 @@
 
 #include <type_traits>
 
+#include "base/load_time_mutex.h"
+
 namespace qiv::sync {
 
 template <class Mutex>
 pthread_mutex_t* PlatformMutex(Mutex& mutex) noexcept {
-  static_assert(
-      std::is_same<Mutex, QIV_Mutex>::value || std::is_same<Mutex, QIV_UniqueMutex>::value,
-      "one of the library's");
+  static_assert(std::is_same<Mutex, QIV_Mutex>::value ||
+                    std::is_same<Mutex, QIV_UniqueMutex>::value ||
+                    std::is_same<Mutex, base::LoadTimeMutex>::value,
+                "one of the library's");
   static_assert(std::is_standard_layout<Mutex>::value && sizeof(Mutex) == sizeof(pthread_mutex_t),
                 "the platform's mutex is the only member");
   return reinterpret_cast<pthread_mutex_t*>(&mutex);

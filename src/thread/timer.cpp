@@ -25,7 +25,7 @@
 
 namespace qiv::thread {
 
-QIV_LOAD_ORDER(QIV_LOAD_TIMER_TABLE_MUTEX) QIV_Mutex g_timerTableMutex;
+QIV_LOAD_ORDER(QIV_LOAD_TIMER_TABLE_MUTEX) base::LoadTimeMutex g_timerTableMutex{-1};
 
 namespace {
 

@@ -2,11 +2,11 @@
 #ifndef QIV_THREAD_TIMER_H
 #define QIV_THREAD_TIMER_H
 
-#include <qiv/mutex.h>
+#include "base/load_time_mutex.h"
 
 namespace qiv::thread {
 
-extern QIV_Mutex g_timerTableMutex;
+extern base::LoadTimeMutex g_timerTableMutex;
 
 }  // namespace qiv::thread
 
