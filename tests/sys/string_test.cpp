@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <qiv/string.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -108,14 +107,12 @@ TEST(StringDuplicateTest, NullAndNegativeCountAreRefused) {
 }
 
 TEST(StringDuplicateTest, ShortMemoryGivesNull) {
-  errno = 0;
   char* copy = nullptr;
   {
     const FailingAllocation failing(1);
     copy = QIV_Strdup("abc");
   }
   EXPECT_EQ(nullptr, copy);
-  EXPECT_EQ(ENOMEM, errno);
   {
     const FailingAllocation failing(1);
     copy = QIV_Strndup("abc", 2);
