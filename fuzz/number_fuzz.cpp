@@ -1,5 +1,5 @@
-// Number texts: the first byte is the base, the rest the text. Checks what holds between the two
-// widths, the end pointers and the texts that are written.
+// Number texts: the first byte less "0" is the base, the rest the text. Checks what holds between
+// the two widths, the end pointers and the texts that are written.
 #include <qiv/string.h>
 
 #include <climits>
@@ -45,7 +45,7 @@ void RequireRoundTrip(int value) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  const int base = static_cast<signed char>(data[0]);
+  const int base = data[0] - '0';
   const std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
   const char* const text = bytes.c_str();
   char* wideEnd = nullptr;

@@ -1,5 +1,5 @@
-// Text functions. Copies and plain searches are the platform's, with null arguments and impossible
-// counts refused; comparisons are loops of our own, because their result is a difference of bytes.
+// Text functions. Most are the platform's, with null arguments and impossible counts refused.
+// QIV_Strcmp() and its kin are a loop of our own, because their result is a difference of bytes.
 #include <qiv/string.h>
 #include <strings.h>
 
@@ -34,6 +34,12 @@ int Compare(const char* a, const char* b, std::size_t limit, Fold fold) {
   return 0;
 }
 
+char* CopyWithNul(char* dst, const char* src) {
+  if (dst == nullptr || src == nullptr) return nullptr;
+  std::memcpy(dst, src, std::strlen(src) + 1);
+  return dst;
+}
+
 char* Duplicate(const char* s, std::size_t length) {
   auto* const copy = static_cast<char*>(std::malloc(length + 1));
   if (copy == nullptr) return nullptr;
@@ -49,9 +55,7 @@ char* Found(const void* position) { return const_cast<char*>(static_cast<const c
 
 extern "C" {
 
-void QIV_Strcpy(char* dst, const char* src) noexcept {
-  if (dst != nullptr && src != nullptr) std::strcpy(dst, src);
-}
+void QIV_Strcpy(char* dst, const char* src) noexcept { CopyWithNul(dst, src); }
 
 void QIV_Strncpy(char* dst, const char* src, int n) noexcept {
   if (dst == nullptr || src == nullptr || n <= 0) return;
@@ -132,9 +136,7 @@ char* qiv_string::itoa(char* buf, int value, int radix) noexcept {
   return QIV_Itoa(buf, value, radix);
 }
 
-char* qiv_string::strcpy(char* dst, const char* src) noexcept {
-  return dst == nullptr || src == nullptr ? nullptr : std::strcpy(dst, src);
-}
+char* qiv_string::strcpy(char* dst, const char* src) noexcept { return CopyWithNul(dst, src); }
 
 char* qiv_string::strncpy(char* dst, const char* src, size_t n) noexcept {
   if (dst == nullptr || src == nullptr || n > PTRDIFF_MAX) return nullptr;
@@ -142,7 +144,9 @@ char* qiv_string::strncpy(char* dst, const char* src, size_t n) noexcept {
 }
 
 char* qiv_string::strcat(char* dst, const char* src) noexcept {
-  return dst == nullptr || src == nullptr ? nullptr : std::strcat(dst, src);
+  if (dst == nullptr || src == nullptr) return nullptr;
+  CopyWithNul(dst + std::strlen(dst), src);
+  return dst;
 }
 
 size_t qiv_string::strlen(const char* text) noexcept {
