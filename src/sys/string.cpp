@@ -104,11 +104,9 @@ char* QIV_Strstr(const char* s, const char* p) noexcept {
 char* QIV_Strnstr(const char* s, const char* p, int len) noexcept {
   if (s == nullptr || p == nullptr || len < 0) return nullptr;
   const auto count = static_cast<std::size_t>(len);
-  const std::size_t available = std::strlen(s);
-  if (available < count) return nullptr;
   // A NUL among the bytes matches nothing in a text, and what follows it may not be readable.
   if (strnlen(p, count) < count) return nullptr;
-  return Found(memmem(s, available, p, count));
+  return Found(memmem(s, std::strlen(s), p, count));
 }
 
 char* QIV_Strcasestr(const char* s, const char* p) noexcept {
