@@ -33,6 +33,7 @@
 #include <qiv/semaphore.h>
 #include <qiv/shared_mutex.h>
 #include <qiv/socket.h>
+#include <qiv/string.h>
 #include <qiv/system.h>
 #include <qiv/thread.h>
 #include <qiv/thread_pool.h>

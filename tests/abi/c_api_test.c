@@ -1,6 +1,7 @@
 /* A C99 program that links nothing but the library and calls something of every family. */
 #include <qiv/qiv.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 
@@ -374,6 +375,39 @@ static void UseSystem(void) {
   CHECK(strlen(text) >= 32);
 }
 
+static void UseTexts(void) {
+  const char* const text = "abcABC";
+  char copy[8];
+  char* duplicate = QIV_Strdup(text);
+  CHECK(duplicate != NULL && QIV_Strcmp(duplicate, text) == 0);
+  free(duplicate);
+  duplicate = QIV_Strndup(text, 3);
+  CHECK(duplicate != NULL && QIV_Strcmp(duplicate, "abc") == 0);
+  free(duplicate);
+  QIV_Strcpy(copy, "12");
+  CHECK(QIV_Strncmp(copy, "123", 2) == 0);
+  QIV_Strncpy(copy, "ABC", sizeof copy);
+  CHECK(QIV_Strcasecmp(copy, "abc") == 0);
+  CHECK(QIV_Strncasecmp(copy, "abd", -1) == 0);
+  CHECK(QIV_Strchr(text, 'C') == text + 5);
+  CHECK(QIV_Strnchr(text, 'C', 5) == NULL);
+  CHECK(QIV_Strstr(text, "AB") == text + 3);
+  CHECK(QIV_Strnstr(text, "ABx", 2) == text + 3);
+  CHECK(QIV_Strcasestr(text, "BCA") == text + 1);
+}
+
+static void UseNumbers(void) {
+  const char* const text = "-0x1F,";
+  char written[33];
+  char* end = NULL;
+  CHECK(strcmp(QIV_Itoa(written, -42, 10), "-42") == 0);
+  CHECK(strcmp(QIV_Ltoa(written, 255, 16), "ff") == 0);
+  CHECK(QIV_StrToi64(text, &end, 0) == -31 && *end == ',');
+  CHECK(QIV_StrToi32(text, &end, 0) == -31 && *end == ',');
+  CHECK(QIV_Atoi64("9223372036854775807") == 9223372036854775807LL);
+  CHECK(QIV_Atoi32("2147483647") == 2147483647);
+}
+
 static void UseFiles(void) {
   const char* const path = "qiv_c_api_test.tmp";
   QIV_FILE_STAT status;
@@ -443,6 +477,8 @@ int main(void) {
   UseAsyncIo();
   UseDebug();
   UseLog();
+  UseTexts();
+  UseNumbers();
   UseFiles();
   UseDirectory();
   UseDynamicLibrary();
