@@ -20,6 +20,7 @@
 #define QIV_LOAD_GLOBAL_MEMORY_POOL 1040
 #define QIV_LOAD_LIBRARY_MUTEX 1050
 #define QIV_LOAD_TRACE_SINGLETON 1060
+#define QIV_LOAD_LOG_SERVICE 1065  // the service itself is made at its first use
 #define QIV_LOAD_TRACE_KEY 1070
 
 #endif

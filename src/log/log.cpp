@@ -2,38 +2,73 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <new>
 
+#include "base/constant_mutex.h"
+#include "base/load_order.h"
+#include "base/scoped_lock.h"
 #include "log/log_service.h"
 
-/** Makes the service of the process and ends it with the process, or with the library. Its memory
- *  stays: other threads may log until the process is gone. */
+/** Makes the service of the process at its first use and ends it with the process, or with the
+ *  library. Its memory stays: other threads may log until the process is gone. */
 class LogService::Lifetime {
  public:
-  Lifetime() noexcept {
-    s_service = new (s_memory) LogService;
-    pthread_atfork([] { s_service->LockForFork(); }, [] { s_service->UnlockAfterFork(); },
-                   [] { s_service->ResetInChild(); });
+  // At load already: a fork while another thread makes the service must not leave half of it to
+  // the child.
+  Lifetime() noexcept { pthread_atfork(LockForFork, UnlockAfterFork, ResetInChild); }
+  ~Lifetime() {
+    LogService* const service = s_service.load(std::memory_order_acquire);
+    if (service != nullptr) service->Close();
   }
-  ~Lifetime() { s_service->Close(); }
   Lifetime(const Lifetime&) = delete;
   Lifetime& operator=(const Lifetime&) = delete;
 
   static LogService* Service() noexcept {
-    static const Lifetime lifetime;
-    return s_service;
+    LogService* const service = s_service.load(std::memory_order_acquire);
+    return service != nullptr ? service : Make();
   }
 
  private:
-  static LogService* s_service;
+  static LogService* Make() noexcept {
+    const qiv::base::ScopedLock lock(s_making);
+    LogService* service = s_service.load(std::memory_order_relaxed);
+    if (service == nullptr) {
+      service = new (s_memory) LogService;
+      s_service.store(service, std::memory_order_release);
+    }
+    return service;
+  }
+
+  static void LockForFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+    s_making.Lock();
+    LogService* const service = s_service.load(std::memory_order_relaxed);
+    if (service != nullptr) service->LockForFork();
+  }
+  static void UnlockAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+    LogService* const service = s_service.load(std::memory_order_relaxed);
+    if (service != nullptr) service->UnlockAfterFork();
+    s_making.Unlock();
+  }
+  static void ResetInChild() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+    LogService* const service = s_service.load(std::memory_order_relaxed);
+    if (service != nullptr) service->ResetInChild();
+    s_making.Unlock();
+  }
+
+  static const Lifetime s_lifetime;
+  static qiv::base::ConstantMutex s_making;
+  static std::atomic<LogService*> s_service;  // written under s_making
   alignas(LogService) static unsigned char s_memory[];
 };
 
-LogService* LogService::Lifetime::s_service = nullptr;
+QIV_LOAD_ORDER(QIV_LOAD_LOG_SERVICE) const LogService::Lifetime LogService::Lifetime::s_lifetime;
+qiv::base::ConstantMutex LogService::Lifetime::s_making;
+std::atomic<LogService*> LogService::Lifetime::s_service{nullptr};
 alignas(LogService) unsigned char LogService::Lifetime::s_memory[sizeof(LogService)];
 
 using namespace qiv::log;
