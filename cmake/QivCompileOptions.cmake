@@ -13,6 +13,7 @@ list(FILTER QIV_CXX_RUNTIME INCLUDE REGEX "^(stdc\\+\\+|c\\+\\+|c\\+\\+abi|m)$")
 list(REMOVE_DUPLICATES QIV_CXX_RUNTIME)
 
 set(QIV_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefined or thread")
+option(QIV_COVERAGE "Count which lines and branches of the library run" OFF)
 option(QIV_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 
 add_library(qiv_compile_options INTERFACE)
@@ -26,6 +27,10 @@ target_compile_options(qiv_compile_options INTERFACE
 if(QIV_SANITIZE)
   add_compile_options(-fsanitize=${QIV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QIV_SANITIZE})
+endif()
+
+if(QIV_COVERAGE)
+  add_link_options(--coverage)
 endif()
 
 if(QIV_BUILD_FUZZ)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what building and testing need on Debian 12, as far as it is missing.
-# usage: setup.sh GROUP...      groups: build test ci arm
+# usage: setup.sh GROUP...      groups: build test ci arm coverage
 #
 # With everything in place it changes nothing and needs neither network nor root.
 set -euo pipefail
@@ -9,6 +9,7 @@ cd "$(dirname "$0")/.."
 build_packages=(g++ cmake ninja-build libboost-dev uuid-dev)
 test_packages=(libgtest-dev libspdlog-dev pkgconf)
 ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev)
+coverage_packages=(gcovr)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 
 # libuuid for ARM, unpacked beside the build instead of installed: a full second architecture on
@@ -91,12 +92,13 @@ for group in "$@"; do
     build) install_missing "${build_packages[@]}" ;;
     test) install_missing "${test_packages[@]}" ;;
     ci) install_missing "${ci_packages[@]}" ;;
+    coverage) install_missing "${coverage_packages[@]}" ;;
     arm)
       install_missing "${arm_packages[@]}"
       make_arm_root
       ;;
     *)
-      echo "usage: setup.sh GROUP...   groups: build test ci arm" >&2
+      echo "usage: setup.sh GROUP...   groups: build test ci arm coverage" >&2
       exit 2
       ;;
   esac
