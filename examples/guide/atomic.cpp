@@ -7,7 +7,7 @@
 namespace {
 
 const int kThreads = 4;
-const int kRequests = 20000;
+const long kRequests = 20000;
 
 qiv::qiv_atomic g_requests;
 volatile int g_longest = 0;  // milliseconds; written by QIV_AtomicCas() alone

@@ -22,7 +22,7 @@ static void* AddUp(void* argument) {
 }
 
 static int AddUpAll(void) {
-  const QIV_HANDLE pool = QIV_ThreadPool_Create(kWorkers, kMaxWorkers);
+  QIV_HANDLE pool = QIV_ThreadPool_Create(kWorkers, kMaxWorkers);
   int isTaken = 1;
   int i;
   if (pool == NULL) return 0;
