@@ -2,6 +2,7 @@
 // event.
 #include "aio/worker.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <qiv/thread.h>
 #include <sched.h>
@@ -42,6 +43,7 @@ bool Worker::Start(int mode, int maxEvents) noexcept {
   m_maxEvents = maxEvents;
   m_epollFd = epoll_create(kEpollSizeHint);
   if (m_epollFd == -1) return false;
+  fcntl(m_epollFd, F_SETFD, FD_CLOEXEC);
   m_events = static_cast<epoll_event*>(
       std::malloc(static_cast<std::size_t>(maxEvents) * sizeof(epoll_event)));
   if (m_events != nullptr) {

@@ -13,13 +13,14 @@
 #include "base/load_order.h"
 #include "base/scoped_lock.h"
 #include "log/log_service.h"
+#include "thread/thread_start.h"
 
 /** Makes the service of the process at its first use and ends it with the process, or with the
  *  library. Its memory stays: other threads may log until the process is gone. */
 class LogService::Lifetime {
  public:
-  // At load already: a fork while another thread makes the service must not leave half of it to
-  // the child.
+  // At load already: a fork while another thread makes the service or starts a thread must not
+  // leave half of it to the child.
   Lifetime() noexcept { pthread_atfork(LockForFork, UnlockAfterFork, ResetInChild); }
   ~Lifetime() {
     LogService* const service = s_service.load(std::memory_order_acquire);
@@ -44,20 +45,25 @@ class LogService::Lifetime {
     return service;
   }
 
+  // A child can start threads and log.
   static void LockForFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
     s_making.Lock();
     LogService* const service = s_service.load(std::memory_order_relaxed);
     if (service != nullptr) service->LockForFork();
+    qiv::log::LockDatesForFork();
+    qiv::thread::LockStartsForFork();
   }
   static void UnlockAfterFork() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+    qiv::thread::UnlockStartsAfterFork();
+    qiv::log::UnlockDatesAfterFork();
     LogService* const service = s_service.load(std::memory_order_relaxed);
     if (service != nullptr) service->UnlockAfterFork();
     s_making.Unlock();
   }
-  static void ResetInChild() noexcept QIV_NO_THREAD_SAFETY_ANALYSIS {
+  static void ResetInChild() noexcept {
+    UnlockAfterFork();
     LogService* const service = s_service.load(std::memory_order_relaxed);
     if (service != nullptr) service->ResetInChild();
-    s_making.Unlock();
   }
 
   static const Lifetime s_lifetime;

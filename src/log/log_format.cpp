@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/constant_mutex.h"
+#include "base/no_cancellation.h"
 #include "base/scoped_lock.h"
 #include "log/log_service.h"
 
@@ -47,6 +48,7 @@ struct DateText {
 qiv::base::ConstantMutex g_zoneMutex;
 
 bool ToLocal(std::time_t second, std::tm* local) {
+  const qiv::base::NoCancellation noCancellation;  // localtime_r() may be a cancellation point
   const qiv::base::ScopedLock lock(g_zoneMutex);
   return localtime_r(&second, local) != nullptr;
 }

@@ -361,21 +361,12 @@ bool LogService::HasWriterEnded() noexcept {
 // Neither serviceMutex nor fileMutex is taken: a fork does not wait for a stop or a file. The child
 // makes both anew, since they are recursive and may belong to a thread of its parent, and what they
 // guard is put into words that are whole at any moment.
-void LogService::LockForFork() noexcept {
-  QIV_MutexLock(&queueMutex);
-  LockDatesForFork();
-  qiv::thread::LockStartsForFork();
-}
+void LogService::LockForFork() noexcept { QIV_MutexLock(&queueMutex); }
 
-void LogService::UnlockAfterFork() noexcept {
-  qiv::thread::UnlockStartsAfterFork();
-  UnlockDatesAfterFork();
-  QIV_MutexUnlock(&queueMutex);
-}
+void LogService::UnlockAfterFork() noexcept { QIV_MutexUnlock(&queueMutex); }
 
 /** The child has no writer. What is queued is the parent's to write. */
 void LogService::ResetInChild() noexcept {
-  UnlockAfterFork();
   new (&serviceMutex) QIV_Mutex;
   new (&fileMutex) QIV_Mutex;
   bRunning.store(false, std::memory_order_relaxed);

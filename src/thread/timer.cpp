@@ -71,7 +71,9 @@ bool IsStopped(Timer& timer) {
 
 void SleepUnlessStopped(Timer& timer, unsigned int period) {
   const base::ScopedLock lock(timer.mutex);
-  if (timer.stop == 0) timer.condition->TimedWait(&timer.mutex, period);
+  // A wait that ends without a time-out or a stop was woken by nobody: the whole period again.
+  while (timer.stop == 0 && timer.condition->TimedWait(&timer.mutex, period) == 0) {
+  }
 }
 
 /** The timer whose thread this is; null in other threads. */
