@@ -14,5 +14,6 @@ if ! QIV_VERSION=$version doxygen docs/Doxyfile; then
   echo "docs: the site cannot be built without warnings" >&2
   exit 1
 fi
+cp -r examples build/docs/html/
 scripts/check-links.py build/docs/html
 echo "the site begins at build/docs/html/index.html"
