@@ -16,13 +16,16 @@ set(QIV_SANITIZE "" CACHE STRING "Sanitizers to build with, e.g. address,undefin
 option(QIV_COVERAGE "Count which lines and branches of the library run" OFF)
 option(QIV_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 
-add_library(qiv_compile_options INTERFACE)
-# Files beyond 2 GiB on 32-bit systems.
-target_compile_definitions(qiv_compile_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
-target_compile_options(qiv_compile_options INTERFACE
+add_library(qiv_warnings INTERFACE)
+target_compile_options(qiv_warnings INTERFACE
   -Wall -Wextra -Wshadow -Wconversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
   $<$<BOOL:${QIV_WARNINGS_AS_ERRORS}>:-Werror>)
+
+add_library(qiv_compile_options INTERFACE)
+target_link_libraries(qiv_compile_options INTERFACE qiv_warnings)
+# Files beyond 2 GiB on 32-bit systems.
+target_compile_definitions(qiv_compile_options INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 
 if(QIV_SANITIZE)
   add_compile_options(-fsanitize=${QIV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what building and testing need on Debian 12, as far as it is missing.
-# usage: setup.sh GROUP...      groups: build test ci arm coverage
+# Installs what building, testing and the documentation need on Debian 12, as far as it is missing.
+# usage: setup.sh GROUP...      groups: build test ci arm coverage docs
 #
 # With everything in place it changes nothing and needs neither network nor root.
 set -euo pipefail
@@ -10,6 +10,7 @@ build_packages=(g++ cmake ninja-build libboost-dev uuid-dev)
 test_packages=(libgtest-dev libspdlog-dev pkgconf)
 ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev)
 coverage_packages=(gcovr)
+docs_packages=(doxygen python3)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 
 # libuuid for ARM, unpacked beside the build instead of installed: a full second architecture on
@@ -97,8 +98,9 @@ for group in "$@"; do
       install_missing "${arm_packages[@]}"
       make_arm_root
       ;;
+    docs) install_missing "${docs_packages[@]}" ;;
     *)
-      echo "usage: setup.sh GROUP...   groups: build test ci arm coverage" >&2
+      echo "usage: setup.sh GROUP...   groups: build test ci arm coverage docs" >&2
       exit 2
       ;;
   esac

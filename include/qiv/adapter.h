@@ -18,8 +18,9 @@ QIV_EXTERN_C_BEGIN
 /** Bytes of an adapter's name field. */
 #define QIV_ADAPTER_NAME_BYTES 260
 
-/** Bytes of a hardware address, and those of the field that holds one. */
+/** Bytes of a hardware address. */
 #define QIV_MAC_BYTES 6
+/** Bytes of the field that holds a hardware address. */
 #define QIV_MAC_FIELD_BYTES 8
 
 /** An IPv4 address of an adapter. */

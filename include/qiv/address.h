@@ -39,8 +39,8 @@ typedef struct QIV_ADDR_INFO_T {
   union {
     unsigned int ipv4;      /**< network order */
     unsigned char ipv6[16]; /**< network order */
-  } address;
-  unsigned short port; /**< host order */
+  } address;                /**< the member that the family names */
+  unsigned short port;      /**< host order */
 } QIV_ADDR_INFO_T;
 
 /**
@@ -262,8 +262,8 @@ QIV_API int QIV_InetPton(const char* text, void* out) QIV_NOEXCEPT;
  *
  * IPv4 is written as four decimal numbers. IPv6 is written in lower-case hexadecimal words without
  * leading zeros, the longest run of at least two zero words (the first of equals) as "::". An IPv6
- * address that is compatible with IPv4 (::1.2.3.4) or maps it (::ffff:1.2.3.4) is written as the
- * IPv4 address alone, and without a NUL: the caller zeroes the buffer before.
+ * address that is compatible with IPv4 ("::1.2.3.4") or maps it ("::ffff:1.2.3.4") is written as
+ * the IPv4 address alone, and without a NUL: the caller zeroes the buffer before.
  *
  * @param family   AF_INET or AF_INET6
  * @param address  4 or 16 bytes, network order; null is refused

@@ -29,10 +29,10 @@ class QIV_API CAlarmClock {
  public:
   /** One alarm that has not fired. */
   struct CAlarm {
-    int id;
-    void (*callback)(void* clock, int id, void* param);
-    void* param;
-    qiv_int64 dueTime;
+    int id;                                              ///< its number
+    void (*callback)(void* clock, int id, void* param);  ///< called when it is due; may be null
+    void* param;                                         ///< handed to the callback
+    qiv_int64 dueTime;                                   ///< tick at which it is due, milliseconds
   };
 
   /** An empty clock without a thread. Prints a line on standard error, as its condition does. */

@@ -28,7 +28,6 @@ QIV_API void* QIV_AlignedMalloc(unsigned int size, unsigned int alignment) QIV_N
  * Frees memory of QIV_AlignedMalloc().
  *
  * @param memory  what QIV_AlignedMalloc() returned, freed for the first time; null is ignored
- * @return nothing
  * @par Errors         no errno
  * @par Thread safety  any threads
  * @par System         free(3)

@@ -125,6 +125,7 @@ class QIV_API qiv_atomic {
   qiv_atomic(const qiv_atomic&) = delete;
   qiv_atomic& operator=(const qiv_atomic&) = delete;
 
+  /** @return the value */
   long get() const noexcept;
   /** @param value  the new value; only the low 32 bits count. @return the old one */
   long set(long value) noexcept;

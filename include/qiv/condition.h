@@ -104,10 +104,18 @@ class QIV_API QIV_Cond {
   QIV_Cond(const QIV_Cond&) = delete;
   QIV_Cond& operator=(const QIV_Cond&) = delete;
 
+  /** Waits to be woken. @param mutex  held by the calling thread; released during the wait */
   int Wait(pthread_mutex_t* mutex);
-  /** @param ms  longest wait, milliseconds */
+  /**
+   * Waits to be woken, for a limited time.
+   *
+   * @param mutex  held by the calling thread; released during the wait
+   * @param ms     longest wait, milliseconds
+   */
   int TimedWait(pthread_mutex_t* mutex, unsigned int ms);
+  /** Wakes at least one of the threads that wait. */
   int Signal() noexcept;
+  /** Wakes every thread that waits. */
   int BroadCast() noexcept;
 
  private:

@@ -21,24 +21,28 @@
 
 QIV_EXTERN_C_BEGIN
 
-/** Results of the waits. QIV_WaitForMultipleObjects() gives an index where an object is signalled.
- */
+/** @name Results of the waits */
+/** @{ */
+/** The event is signalled. QIV_WaitForMultipleObjects() gives the index of an object instead. */
 #define QIV_WAIT_SIGNALLED 0
-#define QIV_WAIT_TIMEOUT 0x7FFFFFFF
-#define QIV_WAIT_NULL_EVENT 0x7FFFFFFE
-#define QIV_WAIT_NO_PIPE 0x7FFFFFFD
-#define QIV_WAIT_FAILED 0x7FFFFFFC
+#define QIV_WAIT_TIMEOUT 0x7FFFFFFF    /**< the time ran out */
+#define QIV_WAIT_NULL_EVENT 0x7FFFFFFE /**< the event is null */
+#define QIV_WAIT_NO_PIPE 0x7FFFFFFD    /**< the event is bound to a socket */
+#define QIV_WAIT_FAILED 0x7FFFFFFC     /**< the system's wait failed */
+/** @} */
 
 /** The most entries that QIV_WaitForMultipleObjects() watches; a socket may take two. */
 #define QIV_WAIT_MAX_ENTRIES 128
 
-/** What may happen on a socket. QIV_EVENT_OUT_OF_BAND can be selected and is never reported. */
-#define QIV_EVENT_READ 1u
-#define QIV_EVENT_WRITE 2u
-#define QIV_EVENT_OUT_OF_BAND 4u
-#define QIV_EVENT_ACCEPT 8u
-#define QIV_EVENT_CONNECT 16u
-#define QIV_EVENT_CLOSE 32u
+/** @name What may happen on a socket */
+/** @{ */
+#define QIV_EVENT_READ 1u        /**< there is something to read */
+#define QIV_EVENT_WRITE 2u       /**< there is room to write */
+#define QIV_EVENT_OUT_OF_BAND 4u /**< can be selected and is never reported */
+#define QIV_EVENT_ACCEPT 8u      /**< a connection waits to be accepted */
+#define QIV_EVENT_CONNECT 16u    /**< connecting has come to an end, whether it worked or not */
+#define QIV_EVENT_CLOSE 32u /**< readable, with nothing to read: the peer has closed, as a rule */
+/** @} */
 
 /** What QIV_EnumNetworkEvents() fills: 44 bytes. */
 typedef struct {

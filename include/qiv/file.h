@@ -53,14 +53,14 @@ QIV_EXTERN_C_BEGIN
 
 /** @name Types of files */
 /** @{ */
-#define QIV_FILE_TYPE_CHARACTER_DEVICE 1u
-#define QIV_FILE_TYPE_OTHER 8u
-#define QIV_FILE_TYPE_SOCKET 16u
-#define QIV_FILE_TYPE_PIPE 32u
-#define QIV_FILE_TYPE_SYMBOLIC_LINK 64u
-#define QIV_FILE_TYPE_BLOCK_DEVICE 128u
-#define QIV_FILE_TYPE_DIRECTORY 256u
-#define QIV_FILE_TYPE_REGULAR 512u
+#define QIV_FILE_TYPE_CHARACTER_DEVICE 1u /**< character device, such as a terminal */
+#define QIV_FILE_TYPE_OTHER 8u            /**< none of the others */
+#define QIV_FILE_TYPE_SOCKET 16u          /**< socket */
+#define QIV_FILE_TYPE_PIPE 32u            /**< pipe, with a name or without */
+#define QIV_FILE_TYPE_SYMBOLIC_LINK 64u   /**< symbolic link; never reported */
+#define QIV_FILE_TYPE_BLOCK_DEVICE 128u   /**< block device, such as a disk */
+#define QIV_FILE_TYPE_DIRECTORY 256u      /**< directory */
+#define QIV_FILE_TYPE_REGULAR 512u        /**< regular file */
 /** @} */
 
 /** Status of an open file: sixteen 32-bit words. Times are in seconds. */

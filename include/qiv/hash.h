@@ -57,11 +57,12 @@ struct QIV_HSEARCH_INTITEM {
 };
 
 /**
- * Two zeroed headers that the library does not use; every function refuses them with -1 as long as
- * they have no slots. They share their names with the types, which are therefore
+ * A zeroed header of a table with text keys that the library does not use; every function refuses
+ * it with -1 as long as it has no slots. It shares its name with the type, which is therefore
  * written with `struct` in front.
  */
 extern QIV_API struct QIV_HSEARCH_DATA QIV_HSEARCH_DATA;
+/** The like for 32-bit keys. */
 extern QIV_API struct QIV_HSEARCH_INTDATA QIV_HSEARCH_INTDATA;
 
 /**

@@ -38,18 +38,24 @@ class QIV_API qiv_lockfreeQImpl {
   qiv_lockfreeQImpl(const qiv_lockfreeQImpl&) = delete;
   qiv_lockfreeQImpl& operator=(const qiv_lockfreeQImpl&) = delete;
 
+  /** Puts an element at the end; null is ignored. Throws std::bad_alloc. */
   void push_back(cshared_ptr<cobject> value);
+  /** Takes the first element. @return the element; null when the queue is empty */
   cshared_ptr<cobject> pop_front() noexcept;
+  /** @return 1 when there was no element a moment ago, otherwise 0 */
   int empty() const noexcept;
+  /** @return the number of elements a moment ago; see qiv_lockfreeQ::size() */
   int size() const noexcept;
 
  private:
   friend struct LockfreeQueueInside;  // by which tests look inside
 
+  /// @cond
   struct Node {
     cobject* value;  // with a reference; null in the dummy
     std::atomic<Node*> next;
   };
+  /// @endcond
 
   QIV_INTERNAL void link(Node* node) noexcept;
   QIV_INTERNAL Node* unlinkDummy() noexcept QIV_REQUIRES(m_popMutex);

@@ -141,8 +141,11 @@ class QIV_API CRealMemoryPool {
 
   /** @return as QIV_MemoryPool_Alloc() */
   void* Alloc() noexcept;
+  /** Takes a block back, as QIV_MemoryPool_Free(). */
   void Free(void* block) noexcept;
+  /** @return as QIV_MemoryPool_Size() */
   unsigned int Size() const noexcept;
+  /** @return as QIV_MemoryPool_IdleSize() */
   unsigned int IdleSize() const noexcept;
 
   /** Has the idle blocks looked at in that many milliseconds, which must not be negative; a look
@@ -202,9 +205,13 @@ class QIV_API QIV_MemoryPool {
   QIV_MemoryPool(const QIV_MemoryPool&) = delete;
   QIV_MemoryPool& operator=(const QIV_MemoryPool&) = delete;
 
+  /** @return as QIV_MemoryPool_Alloc() */
   void* Alloc() noexcept;
+  /** Takes a block back, as QIV_MemoryPool_Free(). */
   void Free(void* block) noexcept;
+  /** @return as QIV_MemoryPool_Size() */
   unsigned int Size() const noexcept;
+  /** @return as QIV_MemoryPool_IdleSize() */
   unsigned int IdleSize() const noexcept;
 
  private:

@@ -160,8 +160,11 @@ class QIV_API CRealMemoryPoolEx {
 
   /** @return as QIV_MemoryPoolEx_Alloc() */
   void* Alloc(size_t size) noexcept;
+  /** Takes an allocation back, as QIV_MemoryPoolEx_Free(). */
   void Free(void* pointer) noexcept;
+  /** @return as QIV_MemoryPoolEx_Size() */
   unsigned int Size() const noexcept;
+  /** @return as QIV_MemoryPoolEx_IdleSize() */
   unsigned int IdleSize() const noexcept;
 
   /** Gives every chunk back to the chunk pool and forgets all allocations. The destructor calls it.
@@ -201,9 +204,13 @@ class QIV_API QIV_MemoryPoolEx {
   QIV_MemoryPoolEx(const QIV_MemoryPoolEx&) = delete;
   QIV_MemoryPoolEx& operator=(const QIV_MemoryPoolEx&) = delete;
 
+  /** @return as QIV_MemoryPoolEx_Alloc() */
   void* Alloc(unsigned int size) noexcept;
+  /** Takes an allocation back, as QIV_MemoryPoolEx_Free(). */
   void Free(void* pointer) noexcept;
+  /** @return as QIV_MemoryPoolEx_Size() */
   unsigned int Size() const noexcept;
+  /** @return as QIV_MemoryPoolEx_IdleSize() */
   unsigned int IdleSize() const noexcept;
 
  private:

@@ -89,8 +89,11 @@ class QIV_API QIV_CAPABILITY QIV_Mutex {
   QIV_Mutex(const QIV_Mutex&) = delete;
   QIV_Mutex& operator=(const QIV_Mutex&) = delete;
 
+  /** Takes the mutex, waiting as long as it is held. @return as QIV_MutexLock() */
   int Lock() noexcept QIV_ACQUIRE();
+  /** Releases the mutex, in the thread that took it. @return as QIV_MutexUnlock() */
   int Unlock() noexcept QIV_RELEASE();
+  /** Takes the mutex if that is possible at once. @return as QIV_MutexTryLock() */
   int TryLock() noexcept QIV_TRY_ACQUIRE(0);
 
  private:
@@ -107,8 +110,11 @@ class QIV_API QIV_CAPABILITY QIV_UniqueMutex {
   QIV_UniqueMutex(const QIV_UniqueMutex&) = delete;
   QIV_UniqueMutex& operator=(const QIV_UniqueMutex&) = delete;
 
+  /** Takes the mutex, waiting as long as it is held. @return as QIV_MutexLock() */
   int Lock() noexcept QIV_ACQUIRE();
+  /** Releases the mutex, in the thread that took it. @return as QIV_MutexUnlock() */
   int Unlock() noexcept QIV_RELEASE();
+  /** Takes the mutex if that is possible at once. @return as QIV_MutexTryLock() */
   int TryLock() noexcept QIV_TRY_ACQUIRE(0);
 
  private:
@@ -127,8 +133,11 @@ class QIV_API QIV_CAPABILITY qiv_mutex {
   qiv_mutex(const qiv_mutex&) = delete;
   qiv_mutex& operator=(const qiv_mutex&) = delete;
 
+  /** Takes the mutex, waiting as long as it is held. @return as QIV_MutexLock() */
   int lock() noexcept QIV_ACQUIRE();
+  /** Takes the mutex if that is possible at once. @return as QIV_MutexTryLock() */
   int trylock() noexcept QIV_TRY_ACQUIRE(0);
+  /** Releases the mutex, in the thread that took it. @return as QIV_MutexUnlock() */
   int unlock() noexcept QIV_RELEASE();
 
  private:
@@ -143,8 +152,11 @@ class QIV_API QIV_CAPABILITY qiv_recursive_mutex {
   qiv_recursive_mutex(const qiv_recursive_mutex&) = delete;
   qiv_recursive_mutex& operator=(const qiv_recursive_mutex&) = delete;
 
+  /** Takes the mutex, waiting as long as it is held. @return as QIV_MutexLock() */
   int lock() noexcept QIV_ACQUIRE();
+  /** Takes the mutex if that is possible at once. @return as QIV_MutexTryLock() */
   int trylock() noexcept QIV_TRY_ACQUIRE(0);
+  /** Releases the mutex, in the thread that took it. @return as QIV_MutexUnlock() */
   int unlock() noexcept QIV_RELEASE();
 
  private:

@@ -59,7 +59,7 @@ class QIV_API cobject : public virtual qiv_refobj {
   cobject() noexcept;
   ~cobject() override;
 
-  QIV_TRACEINFO m_traceInfo;
+  QIV_TRACEINFO m_traceInfo;  ///< of the thread that pushed the object last
 };
 
 /**
@@ -75,7 +75,9 @@ class cshared_ptr {
   cshared_ptr() noexcept : m_object(nullptr) {}
   /** Takes a reference. Null makes a null pointer. */
   cshared_ptr(Object* object) noexcept : m_object(object) { addRef(); }
+  /** Takes a reference to the other's object. */
   cshared_ptr(const cshared_ptr& other) noexcept : m_object(other.m_object) { addRef(); }
+  /** Takes over the other's reference and leaves it null. */
   cshared_ptr(cshared_ptr&& other) noexcept : m_object(other.detach()) {}
   /** From a pointer to a derived class. */
   template <class Derived,
@@ -87,6 +89,7 @@ class cshared_ptr {
     if (m_object != nullptr) m_object->release();
   }
 
+  /** Points to the other's object from now on and drops the reference held before. */
   cshared_ptr& operator=(cshared_ptr other) noexcept {
     Object* const mine = m_object;
     m_object = other.m_object;
@@ -107,9 +110,13 @@ class cshared_ptr {
     return mine;
   }
 
+  /** @return the object, without a reference of its own; or null */
   Object* get() const noexcept { return m_object; }
+  /** @return the object; the pointer must not be null */
   Object* operator->() const noexcept { return m_object; }
+  /** @return the object; the pointer must not be null */
   Object& operator*() const noexcept { return *m_object; }
+  /** @return whether the pointer has an object */
   explicit operator bool() const noexcept { return m_object != nullptr; }
 
  private:
@@ -120,50 +127,63 @@ class cshared_ptr {
   Object* m_object;
 };
 
-/** Pointers are equal when they point to one object, or to none. Any mix of classes compares whose
+/** @name Comparison of pointers
+ *  Pointers are equal when they point to one object, or to none. Any mix of classes compares whose
  *  plain pointers do, also with a plain pointer on either side. */
+/** @{ */
+/** @return whether both point to one object, or to none */
 template <class A, class B>
 bool operator==(const cshared_ptr<A>& a, const cshared_ptr<B>& b) noexcept {
   return a.get() == b.get();
 }
+/** @return whether they point to different objects, or one alone to none */
 template <class A, class B>
 bool operator!=(const cshared_ptr<A>& a, const cshared_ptr<B>& b) noexcept {
   return a.get() != b.get();
 }
 
+/** @return whether both point to one object, or to none */
 template <class A, class B>
 bool operator==(const cshared_ptr<A>& a, const B* b) noexcept {
   return a.get() == b;
 }
+/** @return whether they point to different objects, or one alone to none */
 template <class A, class B>
 bool operator!=(const cshared_ptr<A>& a, const B* b) noexcept {
   return a.get() != b;
 }
+/** @return whether both point to one object, or to none */
 template <class A, class B>
 bool operator==(const A* a, const cshared_ptr<B>& b) noexcept {
   return a == b.get();
 }
+/** @return whether they point to different objects, or one alone to none */
 template <class A, class B>
 bool operator!=(const A* a, const cshared_ptr<B>& b) noexcept {
   return a != b.get();
 }
 
+/** @return whether the pointer is null */
 template <class Object>
 bool operator==(const cshared_ptr<Object>& pointer, decltype(nullptr)) noexcept {
   return !pointer;
 }
+/** @return whether the pointer has an object */
 template <class Object>
 bool operator!=(const cshared_ptr<Object>& pointer, decltype(nullptr)) noexcept {
   return static_cast<bool>(pointer);
 }
+/** @return whether the pointer is null */
 template <class Object>
 bool operator==(decltype(nullptr), const cshared_ptr<Object>& pointer) noexcept {
   return !pointer;
 }
+/** @return whether the pointer has an object */
 template <class Object>
 bool operator!=(decltype(nullptr), const cshared_ptr<Object>& pointer) noexcept {
   return static_cast<bool>(pointer);
 }
+/** @} */
 
 }  // namespace qiv
 

@@ -18,10 +18,10 @@ QIV_EXTERN_C_BEGIN
 
 /** A 128-bit identifier. The integers are in the processor's own byte order. */
 typedef struct QIV_UUID_T {
-  unsigned int Data1;
-  unsigned short Data2;
-  unsigned short Data3;
-  unsigned char Data4[8];
+  unsigned int Data1;     /**< first group of the text: 8 hexadecimal digits */
+  unsigned short Data2;   /**< second group: 4 digits */
+  unsigned short Data3;   /**< third group: 4 digits */
+  unsigned char Data4[8]; /**< fourth and fifth group, 4 and 12 digits, byte by byte */
 } QIV_UUID_T;
 
 /** Time that one processor has spent, in the kernel's clock ticks. */

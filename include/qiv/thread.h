@@ -217,17 +217,24 @@ class QIV_API QIV_Thread {
  public:
   /** Names no thread. */
   QIV_Thread() noexcept;
+  /** Names the same thread as the other. */
   QIV_Thread(const QIV_Thread&) noexcept;
+  /** Names the same thread as the other from now on; the thread named before goes on. */
   QIV_Thread& operator=(const QIV_Thread&) noexcept;
   ~QIV_Thread();
 
   /** QIV_Thread_Create() with the same arguments. @return 0; -1 when no thread was started */
   int Create(void* (*routine)(void*), void* argument, unsigned int stackSize, int ignored,
              int priority, int policy) noexcept;
+  /** Waits for the end of the thread; see QIV_Thread_Wait(). */
   int Wait();
+  /** Does what QIV_Thread_Suspend() does. */
   int Suspend() noexcept;
+  /** Does what QIV_Thread_Resume() does. */
   int Resume() noexcept;
+  /** Sets the thread's priority; see QIV_Thread_SetPriority(). */
   int SetPriority(int priority) noexcept;
+  /** Sets the thread's scheduling policy; see QIV_Thread_SetSchedPolicy(). */
   int SetSchedPolicy(int policy) noexcept;
 
  private:

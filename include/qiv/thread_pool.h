@@ -142,7 +142,9 @@ class QIV_API QIV_ThreadPool {
   /** Names no pool. */
   QIV_ThreadPool() noexcept;
   ~QIV_ThreadPool();
+  /** Names the same pool as the other. */
   QIV_ThreadPool(const QIV_ThreadPool&) noexcept;
+  /** Names the same pool as the other from now on; the pool named before stays open. */
   QIV_ThreadPool& operator=(const QIV_ThreadPool&) noexcept;
 
   /** QIV_ThreadPool_Create(). @return 0; -1 when there is no pool */

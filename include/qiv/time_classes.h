@@ -28,18 +28,23 @@ class QIV_API qiv_time_tick {
   qiv_time_tick() noexcept;
   /** @param microseconds  the value */
   explicit qiv_time_tick(long long microseconds) noexcept;
+  /** The time that the other has. */
   qiv_time_tick(const qiv_time_tick& other) noexcept;
+  /** Takes the time that the other has. */
   qiv_time_tick& operator=(const qiv_time_tick& other) noexcept;
   virtual ~qiv_time_tick();
 
   /** The current time; -1 when the platform's clock fails. System: gettimeofday(2). */
   static long long now() noexcept;
 
+  /** The microseconds. */
   long long get_time() const noexcept;
   /** Takes the current time and returns it. */
   long long update_time() noexcept;
 
+  /** Adds the other's microseconds. */
   qiv_time_tick& operator+=(const qiv_time_tick& other) noexcept;
+  /** Subtracts the other's microseconds. The result may be negative. */
   qiv_time_tick& operator-=(const qiv_time_tick& other) noexcept;
 
   /** Milliseconds, rounded; -1 for null and when `tv_sec` or `tv_usec` is -1. */
@@ -61,8 +66,11 @@ class QIV_API qiv_time_tick {
   long long m_microseconds;
 };
 
+/** @return whether both are the same microsecond */
 QIV_API bool operator==(const qiv_time_tick& a, const qiv_time_tick& b) noexcept;
+/** @return whether `a` is earlier than `b` */
 QIV_API bool operator<(const qiv_time_tick& a, const qiv_time_tick& b) noexcept;
+/** @return whether `a` is later than `b` */
 QIV_API bool operator>(const qiv_time_tick& a, const qiv_time_tick& b) noexcept;
 
 /**
@@ -76,7 +84,9 @@ class QIV_API qiv_time {
   qiv_time() noexcept;
   /** @param seconds  the value, narrowed to the platform's time_t */
   explicit qiv_time(long long seconds) noexcept;
+  /** The time that the other has, with its fields. */
   qiv_time(const qiv_time& other) noexcept;
+  /** Takes the time that the other has; the fields are those of the local zone as it is now. */
   qiv_time& operator=(const qiv_time& other) noexcept;
   virtual ~qiv_time();
 
@@ -93,8 +103,11 @@ class QIV_API qiv_time {
   int get_mon() const noexcept;
   /** The day of the month, from 1. */
   int get_day() const noexcept;
+  /** The hour, 0 to 23. */
   int get_hour() const noexcept;
+  /** The minute, 0 to 59. */
   int get_min() const noexcept;
+  /** The second, 0 to 59, or 60 where the zone counts leap seconds. */
   int get_sec() const noexcept;
   /** The day of the week, 0 for Sunday. */
   int get_week_day() const noexcept;
@@ -121,9 +134,13 @@ class QIV_API qiv_time {
   tm m_fields;
 };
 
+/** @return whether both are the same second */
 QIV_API bool operator==(const qiv_time& a, const qiv_time& b) noexcept;
+/** @return whether the two are different seconds */
 QIV_API bool operator!=(const qiv_time& a, const qiv_time& b) noexcept;
+/** @return whether `a` is earlier than `b` */
 QIV_API bool operator<(const qiv_time& a, const qiv_time& b) noexcept;
+/** @return whether `a` is later than `b` */
 QIV_API bool operator>(const qiv_time& a, const qiv_time& b) noexcept;
 
 }  // namespace qiv

@@ -25,11 +25,11 @@ QIV_EXTERN_C_BEGIN
  * without a NUL is read as its first 64 characters.
  */
 typedef struct QIV_TRACEINFO {
-  char firstText[QIV_TRACE_TEXT_SIZE];
-  char secondText[QIV_TRACE_TEXT_SIZE];
-  char thirdText[QIV_TRACE_TEXT_SIZE];
-  unsigned char firstFlag;  /**< copied as it is */
-  unsigned char secondFlag; /**< copied as it is */
+  char firstText[QIV_TRACE_TEXT_SIZE];  /**< empty together with the second: an empty record */
+  char secondText[QIV_TRACE_TEXT_SIZE]; /**< as the first */
+  char thirdText[QIV_TRACE_TEXT_SIZE];  /**< may be empty in any record */
+  unsigned char firstFlag;              /**< copied as it is */
+  unsigned char secondFlag;             /**< copied as it is */
 } QIV_TRACEINFO;
 
 QIV_EXTERN_C_END
@@ -59,7 +59,9 @@ class QIV_API shared_object {
   shared_object(const shared_object&) = delete;
   shared_object& operator=(const shared_object&) = delete;
 
+  /** Takes a reference. */
   void addReference() noexcept;
+  /** Drops a reference; deletes the object when it was the last one. */
   void releaseReference() noexcept;
 
  private:
@@ -84,11 +86,15 @@ class smartptr {
 
  public:
   smartptr() noexcept : m_object(nullptr) {}
+  /** Takes a reference. Null makes a null pointer. */
   explicit smartptr(Object* object) noexcept : m_object(object) { add(); }
+  /** Takes a reference to the other's object. */
   smartptr(const smartptr& other) noexcept : m_object(other.m_object) { add(); }
+  /** Takes over the other's reference and leaves it null. */
   smartptr(smartptr&& other) noexcept : m_object(other.m_object) { other.m_object = nullptr; }
   ~smartptr() { release(); }
 
+  /** Points to the other's object from now on and drops the reference held before. */
   smartptr& operator=(smartptr other) noexcept {
     Object* const mine = m_object;
     m_object = other.m_object;
@@ -96,9 +102,13 @@ class smartptr {
     return *this;
   }
 
+  /** @return the object, without a reference of its own; or null */
   Object* get() const noexcept { return m_object; }
+  /** @return the object; the pointer must not be null */
   Object* operator->() const noexcept { return m_object; }
+  /** @return the object; the pointer must not be null */
   Object& operator*() const noexcept { return *m_object; }
+  /** @return whether the pointer has an object */
   explicit operator bool() const noexcept { return m_object != nullptr; }
 
  private:
@@ -146,14 +156,19 @@ class QIV_API qiv_tlsTraceInfoOperImpl {
   qiv_tlsTraceInfoOperImpl(const qiv_tlsTraceInfoOperImpl&) = delete;
   qiv_tlsTraceInfoOperImpl& operator=(const qiv_tlsTraceInfoOperImpl&) = delete;
 
+  /** Does what qiv_tlsTraceInfoOper::setTraceInfo() does. */
   int setTraceInfo(const QIV_TRACEINFO* record) noexcept;
+  /** Does what qiv_tlsTraceInfoOper::getTraceInfo() does. */
   int getTraceInfo(QIV_TRACEINFO* record) const noexcept;
+  /** Does what qiv_tlsTraceInfoOper::eraseTraceInfo() does. */
   int eraseTraceInfo() noexcept;
 
   /** Contexts held at the moment. */
   std::size_t contextCount() noexcept;
 
+  /** Keeps other threads from changing the set of records; the library does before a fork. */
   QIV_INTERNAL void lockForFork() noexcept;
+  /** Ends lockForFork(), in the parent and in the child. */
   QIV_INTERNAL void unlockAfterFork() noexcept;
 
  private:
@@ -217,7 +232,9 @@ class QIV_API qiv_tlsTraceInfoOper {
    */
   int eraseTraceInfo() noexcept;
 
+  /** Keeps other threads from changing the set of records; the library does before a fork. */
   QIV_INTERNAL void lockForFork() noexcept;
+  /** Ends lockForFork(), in the parent and in the child. */
   QIV_INTERNAL void unlockAfterFork() noexcept;
 
  private:
