@@ -33,6 +33,10 @@ void Options::AddDirectory(const std::string& name, const std::string& meaning,
   m_directories.push_back({"--" + name, meaning, value});
 }
 
+void Options::AddFlag(const std::string& name, const std::string& meaning, bool* value) {
+  m_flags.push_back({"--" + name, meaning, value});
+}
+
 void Options::SetOperand(const std::string& name, const std::string& meaning, std::string* value) {
   m_operand = {name, meaning, value};
 }
@@ -76,14 +80,22 @@ void Options::PrintHelp() const {
   for (const Directory& directory : m_directories) {
     std::printf("  %-16s DIR %s\n", directory.name.c_str(), directory.meaning.c_str());
   }
+  for (const Flag& flag : m_flags) {
+    std::printf("  %-19s  %s\n", flag.name.c_str(), flag.meaning.c_str());
+  }
   std::printf("  %-19s  print this text and end\n", "--help");
 }
 
-// Takes "--name VALUE" or "--name=VALUE"; moves *index to the last word taken.
+// Takes "--name", "--name VALUE" or "--name=VALUE"; moves *index to the last word taken.
 bool Options::TakeOption(const std::vector<std::string>& words, std::size_t* index) const {
   const std::string& word = words[*index];
   const std::size_t equals = word.find('=');
   const std::string name = word.substr(0, equals);
+  if (const Flag* flag = FindFlag(name)) {
+    if (equals != std::string::npos) return Refuse("option '" + name + "' takes no value");
+    *flag->value = true;
+    return true;
+  }
   const Number* number = FindNumber(name);
   const Directory* directory = FindDirectory(name);
   if (number == nullptr && directory == nullptr) {
@@ -147,6 +159,15 @@ const Options::Directory* Options::FindDirectory(const std::string& name) const 
   for (const Directory& directory : m_directories) {
     if (directory.name == name) {
       return &directory;
+    }
+  }
+  return nullptr;
+}
+
+const Options::Flag* Options::FindFlag(const std::string& name) const {
+  for (const Flag& flag : m_flags) {
+    if (flag.name == name) {
+      return &flag;
     }
   }
   return nullptr;

@@ -1,4 +1,4 @@
-// Command line options of the example programs: whole numbers, directories, and one operand.
+// Command line options of the example programs: whole numbers, directories, flags, and one operand.
 #pragma once
 
 #include <optional>
@@ -22,6 +22,9 @@ class Options {
   // Adds "--name DIR".
   void AddDirectory(const std::string& name, const std::string& meaning, std::string* value);
 
+  // Adds "--name", which sets *value.
+  void AddFlag(const std::string& name, const std::string& meaning, bool* value);
+
   // Adds an operand that must be given.
   void SetOperand(const std::string& name, const std::string& meaning, std::string* value);
 
@@ -43,6 +46,11 @@ class Options {
     std::string meaning;
     std::string* value;
   };
+  struct Flag {
+    std::string name;
+    std::string meaning;
+    bool* value;
+  };
   struct Operand {
     std::string name;
     std::string meaning;
@@ -57,11 +65,13 @@ class Options {
   bool Refuse(const std::string& reason) const;
   const Number* FindNumber(const std::string& name) const;
   const Directory* FindDirectory(const std::string& name) const;
+  const Flag* FindFlag(const std::string& name) const;
 
   std::string m_program;
   std::string m_purpose;
   std::vector<Number> m_numbers;
   std::vector<Directory> m_directories;
+  std::vector<Flag> m_flags;
   Operand m_operand;
 };
 

@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 build_packages=(g++ cmake ninja-build libboost-dev uuid-dev)
-test_packages=(libgtest-dev libspdlog-dev pkgconf)
+test_packages=(libgtest-dev libspdlog-dev pkgconf python3)
 ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev)
 coverage_packages=(gcovr)
 docs_packages=(doxygen python3)
