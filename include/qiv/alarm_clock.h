@@ -63,7 +63,7 @@ class QIV_API CAlarmClock {
 
   /**
    * Adds an alarm, whether the clock has a thread or not. Alarms that are due at the same tick fire
-   * in the order in which they were added.
+   * in the order in which they were added. Takes a look at each alarm that is due before it.
    *
    * @param id        the alarm's number, unique among those that have not fired
    * @param callback  called as callback(clock, id, param), the clock as its address; null makes an

@@ -38,7 +38,8 @@ QIV_EXTERN_C_BEGIN
 typedef void (*QIV_ASYNC_CALLBACK)(unsigned int error, unsigned int bytes, void* user);
 
 /**
- * Creates a completion queue and starts its workers.
+ * Creates a completion queue and starts its workers. They keep the trace record (trace_info.h) of
+ * the thread that creates it.
  *
  * @param workers  number of worker threads; below 1 gives a queue to which nothing can be bound
  * @param mode     1 to run callbacks with the worker's lock held, any other value to run them

@@ -16,7 +16,9 @@ QIV_EXTERN_C_BEGIN
 
 /**
  * Makes an empty buffer. It takes twice the capacity of memory: the second half stays zero and
- * backs the lengths that QIV_CycleBufferRead() hands out.
+ * backs the lengths that QIV_CycleBufferRead() hands out. A buffer that is never more than half
+ * full hands out each byte once and in order; the lengths of a fuller one may reach past what is
+ * stored.
  *
  * @param handle    receives the buffer; left alone on failure; null is refused
  * @param capacity  bytes, at least 1

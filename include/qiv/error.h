@@ -18,7 +18,7 @@ QIV_EXTERN_C_BEGIN
  * @param code  any value; its meaning is the application's
  * @return 0; -1 when the library is not started (nothing is stored)
  * @par Errors         no errno
- * @par Thread safety  any threads; each has its own value
+ * @par Thread safety  any threads; each has its own value. Not during the last stop of the library
  * @par System         pthread_setspecific(3p)
  */
 QIV_API int QIV_SetLastError(unsigned int code) QIV_NOEXCEPT;

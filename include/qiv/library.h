@@ -16,7 +16,8 @@ QIV_EXTERN_C_BEGIN
 /**
  * Starts the library, or counts one more start when it is started already.
  *
- * The first start makes the whole process ignore SIGPIPE. Every start asks for the host's adapters
+ * The first start makes the whole process ignore SIGPIPE and destroys all message queues
+ * (message_queue.h). Every start asks for the host's adapters
  * and sets g_Af by them, as QIV_GetAdapterInfoEx() does (adapter.h), with its line on standard
  * error; when they cannot be had the start succeeds all the same and g_Af stays as it is. Should
  * the kernel not answer, this takes up to 6 seconds, and other starts and stops wait as long.
@@ -40,8 +41,8 @@ QIV_API int QIV_Init(void) QIV_NOEXCEPT;
 QIV_API int QIV_InitEx(void) QIV_NOEXCEPT;
 
 /**
- * Takes back one start; the last one stops the library, and ends the global memory pool
- * (memory_pool_global.h).
+ * Takes back one start; the last one stops the library. That writes what is queued for the log and
+ * ends logging, destroys all message queues and ends the global memory pool (memory_pool_global.h).
  *
  * There is no guard against more stops than starts: the count wraps, and the starts that follow
  * find a count above 0 and start nothing.

@@ -54,7 +54,8 @@ QIV_API int QIV_SemWait(sem_t* sem);
 /**
  * Takes the semaphore, waiting at most `ms` milliseconds. Cancellation point unless `ms` is 0.
  *
- * Looks at the count every 10 ms, so it may return 10 ms late. A change of the system time does not
+ * Looks at the count every 10 ms, so it may return a little more than 10 ms late. A
+ * change of the system time does not
  * affect it, and a signal does not end it.
  *
  * @param sem  the semaphore; null is refused

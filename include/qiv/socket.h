@@ -544,7 +544,8 @@ QIV_API int QIV_Sendn(int socket, const void* buffer, unsigned int length, unsig
  *
  * @param socket  a descriptor
  * @param buffer  gets at most `length` bytes
- * @param length  bytes to receive; of more than 2147483647 only so many are received
+ * @param length  bytes to receive; of more than 2147483647 only so many are received. For 0 it
+ *                still waits for data, and gives -1 when there is some
  * @param ms      longest wait in all, milliseconds; 0 tries once; QIV_INFINITE is no limit
  * @return the number of bytes, less than `length` (also 0) when the time ran out; -1 on an error or
  *         when the peer has closed

@@ -186,7 +186,8 @@ QIV_API int QIV_CTime(char* buffer, QIV_TIME_T time) QIV_NOEXCEPT;
  *
  * @param out       receives the text with its NUL; null is refused
  * @param length    receives the characters written, NUL not counted; null is refused
- * @param capacity  bytes of `out`; 0 writes nothing
+ * @param capacity  bytes of `out`; 0 writes nothing. The format, with `%C` and the others of its
+ *                  line replaced, has to fit as well
  * @param format    conversions of strftime(); null is refused
  * @param time      the record; null is refused
  * @return 0, also when the text did not fit (`*length` is then 0 and `out` the empty text); -1 when

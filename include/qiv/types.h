@@ -31,8 +31,9 @@
 /** Ends what QIV_EXTERN_C_BEGIN began. */
 #define QIV_EXTERN_C_END }
 /**
- * Stands on exported functions that neither wait nor run the caller's code. The others go without
- * it: a thread that ends or is cancelled inside them unwinds through their frames.
+ * Stands on exported functions that are no cancellation points and never run the caller's code:
+ * those of them that wait cannot be cancelled meanwhile. The others go without it: a thread that
+ * ends or is cancelled inside them unwinds through their frames.
  */
 #define QIV_NOEXCEPT noexcept
 #else
