@@ -311,9 +311,10 @@ class QIV_API qiv_sock_utils {
                           int length) noexcept;
   /** Reads an option; `length` tells the room and becomes the size. System: getsockopt(2). */
   static int get_sock_opt(int descriptor, int level, int name, char* value, int* length) noexcept;
-  /** @param on  above 0: calls fail with EAGAIN instead of waiting  @return as fcntl(2) */
+  /** Above 0: calls fail with EAGAIN instead of waiting. Otherwise they wait. @return as fcntl(2)
+   */
   static int set_nonblock(int descriptor, int on) noexcept;
-  /** @param on  above 0: the local address may be in use, see socket(7)  @return 0 or -1 */
+  /** Above 0: the local address may be in use, see socket(7) SO_REUSEADDR. @return 0 or -1 */
   static int set_reuseaddr(int descriptor, int on) noexcept;
   /** Makes a close discard what is not sent and reset the connection. @return 0 or -1 */
   static int set_tcp_dontlinger(int descriptor) noexcept;
