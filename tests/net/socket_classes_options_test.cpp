@@ -110,7 +110,7 @@ TEST_F(SockUtilsOptionsTest, OptionIsSetAndRead) {
   EXPECT_EQ(1, length);
 }
 
-TEST_F(SockUtilsOptionsTest, OptionOfANegativeLengthIsRefusedByTheSystem) {
+TEST_F(SockUtilsOptionsTest, ReadingAnOptionOfANegativeLengthIsRefusedByTheSystem) {
   const Socket socket = TcpSocket();
   char value[4] = {};
   for (const int given : {-1, INT_MIN}) {
@@ -119,9 +119,17 @@ TEST_F(SockUtilsOptionsTest, OptionOfANegativeLengthIsRefusedByTheSystem) {
     EXPECT_EQ(-1,
               qiv_sock_utils::get_sock_opt(socket.Get(), SOL_SOCKET, SO_KEEPALIVE, value, &length));
     EXPECT_EQ(EINVAL, errno);
+    EXPECT_EQ(given, length);
+  }
+}
+
+TEST_F(SockUtilsOptionsTest, SettingAnOptionOfANegativeLengthIsRefusedByTheSystem) {
+  const Socket socket = TcpSocket();
+  const char value[4] = {};
+  for (const int length : {-1, INT_MIN}) {
     errno = 0;
     EXPECT_EQ(-1,
-              qiv_sock_utils::set_sock_opt(socket.Get(), SOL_SOCKET, SO_KEEPALIVE, value, given));
+              qiv_sock_utils::set_sock_opt(socket.Get(), SOL_SOCKET, SO_KEEPALIVE, value, length));
     EXPECT_EQ(EINVAL, errno);
   }
 }

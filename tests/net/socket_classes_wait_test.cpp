@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cstdint>
-#include <cstring>
+#include <optional>
 #include <thread>
 #include <type_traits>
+#include <utility>
 
 #include "support/interrupting_signals.h"
 #include "support/leak_check.h"
@@ -54,12 +54,16 @@ class SockUtilsWaitTest : public qiv::test::LeakCheckedTest {
  protected:
   void SetUp() override {
     LeakCheckedTest::SetUp();
-    m_pair = new TcpPair;
-    m_near = m_pair->first.Get();
+    Connect();
   }
   void TearDown() override {
-    delete m_pair;
+    m_pair.reset();
     LeakCheckedTest::TearDown();
+  }
+
+  void Connect() {
+    m_pair.emplace();
+    m_near = m_pair->first.Get();
   }
 
   void MakeReadable() { qiv::test::WriteAll(m_pair->second, "x"); }
@@ -77,7 +81,7 @@ class SockUtilsWaitTest : public qiv::test::LeakCheckedTest {
     });
   }
 
-  TcpPair* m_pair = nullptr;
+  std::optional<TcpPair> m_pair;
   int m_near = -1;
 };
 
@@ -246,9 +250,7 @@ TEST_F(SockUtilsWaitTest, SelectVtimeLowersTheTime) {
 
 TEST_F(SockUtilsWaitTest, SelectVtimeGoesOnAfterSignalsWithAndWithoutATime) {
   for (const bool isLimited : {true, false}) {
-    TcpPair pair;
-    std::swap(*m_pair, pair);
-    m_near = m_pair->first.Get();
+    Connect();
     const InterruptingSignals signals(milliseconds(2));
     auto writer = MakeReadableAfterSignals(5);
     timeval time = Milliseconds(600000);
