@@ -10,6 +10,7 @@
 #include <qiv/alarm_clock.h>
 #include <qiv/aligned_memory.h>
 #include <qiv/async_io.h>
+#include <qiv/async_io_legacy.h>
 #include <qiv/atomic.h>
 #include <qiv/condition.h>
 #include <qiv/cycle_buffer.h>
@@ -33,6 +34,7 @@
 #include <qiv/semaphore.h>
 #include <qiv/shared_mutex.h>
 #include <qiv/socket.h>
+#include <qiv/socket_classes.h>
 #include <qiv/string.h>
 #include <qiv/system.h>
 #include <qiv/thread.h>

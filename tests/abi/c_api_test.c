@@ -344,6 +344,22 @@ static void UseAsyncIo(void) {
   CHECK(QIV_SemDestroy(&g_received) == 0);
 }
 
+static void UseLegacyAsyncIo(void) {
+  char buffer[8] = "";
+  CHECK(QIV_AsyncIO_CreateQueue() == -1);
+  CHECK(QIV_AsyncIO_CreateQueueEx(2) == -1);
+  CHECK(QIV_AsyncIO_DestroyQueue(-1) == -1);
+  CHECK(QIV_AsyncIO_BindIOHandleToQueue(buffer, -1) == -1);
+  CHECK(QIV_AsyncIO_BindCallBackToIOHandle(buffer, NULL) == -1);
+  CHECK(QIV_AsyncIO_PostQueuedCompleteStatus(-1, 0ul, 0ul, NULL) == -1);
+  CHECK(QIV_AsyncIO_Send(buffer, buffer, 8ul, NULL) == -1);
+  CHECK(QIV_AsyncIO_Recv(buffer, buffer, 8ul, NULL) == -1);
+  CHECK(QIV_AsyncIO_SendTo(buffer, buffer, 8ul, NULL, NULL) == -1);
+  CHECK(QIV_AsyncIO_RecvFrom(buffer, buffer, 8ul, NULL, NULL) == -1);
+  CHECK(QIV_AsyncIO_WriteFile(buffer, buffer, 8ul, NULL) == -1);
+  CHECK(QIV_AsyncIO_ReadFile(buffer, buffer, 8ul, NULL) == -1);
+}
+
 static void UseDebug(void) {
   (void)QIV_OutputDebug("a line of the %s program", "C");
   QIV_Debug();
@@ -475,6 +491,7 @@ int main(void) {
   UseAdapters();
   UseSocketAndPoll();
   UseAsyncIo();
+  UseLegacyAsyncIo();
   UseDebug();
   UseLog();
   UseTexts();
