@@ -127,7 +127,7 @@ check_comments() {
         print FILENAME ":" FNR ": the comment lacks @return"
         bad = 1
       }
-      if (!/\((void|\.\.\.)?\)/ && index(comment, "@param") == 0) {
+      if (!/\((void|\.\.\.|QIV_ANY_ARGUMENTS)?\)/ && index(comment, "@param") == 0) {
         print FILENAME ":" FNR ": the comment lacks @param"
         bad = 1
       }
