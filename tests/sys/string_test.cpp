@@ -1,31 +1,26 @@
 #include <gtest/gtest.h>
 #include <qiv/string.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "support/failing_allocation.h"
+#include "support/fenced_bytes.h"
 
 namespace {
 
 using qiv::test::FailingAllocation;
+using qiv::test::FencedBytes;
 
 struct Free {
   void operator()(char* text) const { std::free(text); }
 };
 using OwnedText = std::unique_ptr<char, Free>;
-
-/** Memory of exactly these bytes, so that the address sanitizer sees a read behind them. */
-std::vector<char> Exactly(const std::string& bytes) {
-  std::vector<char> memory(bytes.begin(), bytes.end());
-  memory.shrink_to_fit();
-  return memory;
-}
 
 int Sign(int value) { return (value > 0) - (value < 0); }
 
@@ -63,7 +58,7 @@ TEST(StringCopyTest, StrncpyWritesExactlyTheCount) {
 }
 
 TEST(StringCopyTest, StrncpyReadsNoMoreThanTheCount) {
-  const std::vector<char> source = Exactly("abc");
+  const FencedBytes source("abc");
   char text[4] = "";
   QIV_Strncpy(text, source.data(), 3);
   EXPECT_STREQ("abc", text);
@@ -96,7 +91,7 @@ TEST(StringDuplicateTest, StrndupCopiesTheLowerOfLengthAndCount) {
 }
 
 TEST(StringDuplicateTest, StrndupReadsNoMoreThanTheCount) {
-  const std::vector<char> source = Exactly("abc");
+  const FencedBytes source("abc");
   EXPECT_STREQ("abc", OwnedText(QIV_Strndup(source.data(), 3)).get());
 }
 
@@ -143,8 +138,11 @@ TEST(StringCompareTest, StrncmpComparesNoMoreThanTheCount) {
   EXPECT_EQ(-1, QIV_Strncmp("abc", "abd", 100));
   EXPECT_EQ(0, QIV_Strncmp("abc", "abc", 100));
   EXPECT_EQ(0, QIV_Strncmp("a", "b", 0));
-  const std::vector<char> left = Exactly("abc");
-  const std::vector<char> right = Exactly("abc");
+}
+
+TEST(StringCompareTest, StrncmpReadsNoMoreThanTheCount) {
+  const FencedBytes left("abc");
+  const FencedBytes right("abc");
   EXPECT_EQ(0, QIV_Strncmp(left.data(), right.data(), 3));
 }
 
@@ -171,6 +169,14 @@ TEST(StringCompareTest, StrncasecmpComparesNoMoreThanTheCount) {
   EXPECT_EQ(0, QIV_Strncasecmp("abX", "ABy", 2));
   EXPECT_EQ(-1, QIV_Strncasecmp("abX", "ABy", 3));
   EXPECT_EQ(0, QIV_Strncasecmp("abc", "ABC", 100));
+}
+
+TEST(StringCompareTest, StrncasecmpReadsNoMoreThanTheCount) {
+  const FencedBytes left("abc");
+  const FencedBytes right("ABC");
+  EXPECT_EQ(0, QIV_Strncasecmp(left.data(), right.data(), 3));
+  const FencedBytes first("c");
+  EXPECT_EQ(0, QIV_Strncasecmp(first.data(), first.data(), -1));
 }
 
 TEST(StringCompareTest, StrncasecmpWithZeroGivesZero) {
@@ -209,8 +215,18 @@ TEST(StringSearchTest, StrnchrLooksAtTheFirstCharactersOnly) {
   EXPECT_EQ(text + 2, QIV_Strnchr(text, 'c', 3));
   EXPECT_EQ(nullptr, QIV_Strnchr(text, 'c', 2));
   EXPECT_EQ(nullptr, QIV_Strnchr(text, 'x', 6));
-  const std::vector<char> exact = Exactly("abc");
-  EXPECT_EQ(nullptr, QIV_Strnchr(exact.data(), 'x', 3));
+}
+
+TEST(StringSearchTest, StrnchrReadsNoMoreThanTheCount) {
+  const FencedBytes bytes("abc");
+  EXPECT_EQ(nullptr, QIV_Strnchr(bytes.data(), 'x', 3));
+}
+
+TEST(StringSearchTest, StrnchrFindsBytesAbove127) {
+  const char* const text = "abc\xE4";
+  EXPECT_EQ(text + 3, QIV_Strnchr(text, '\xE4', 4));
+  EXPECT_EQ(text + 3, QIV_Strnchr(text, 0xE4, 4));
+  EXPECT_EQ(nullptr, QIV_Strnchr(text, 0xE4, 3));
 }
 
 TEST(StringSearchTest, StrnchrDoesNotStopAtTheTerminator) {
@@ -261,14 +277,14 @@ TEST(StringSearchTest, StrnstrOfNoBytesGivesTheText) {
 }
 
 TEST(StringSearchTest, StrnstrReadsTheBytesNoFartherThanTheirNul) {
-  const std::vector<char> bytes = Exactly(std::string("c\0", 2));
+  const FencedBytes bytes(std::string("c\0", 2));
   EXPECT_EQ(nullptr, QIV_Strnstr("abcabc", bytes.data(), 5));
   EXPECT_EQ(nullptr, QIV_Strnstr("abc", bytes.data(), 2)) << "the NUL of the text is not in it";
 }
 
 TEST(StringSearchTest, StrnstrTakesBytesWithoutNul) {
   const char* const text = "xxabc";
-  const std::vector<char> bytes = Exactly("abc");
+  const FencedBytes bytes("abc");
   EXPECT_EQ(text + 2, QIV_Strnstr(text, bytes.data(), 3));
 }
 
@@ -328,6 +344,12 @@ TEST(StringClassTest, ComparisonsAreThoseOfThePlatform) {
   EXPECT_EQ(-1, Sign(qiv::qiv_string::strncasecmp("Abx", "aBy", SIZE_MAX)));
 }
 
+TEST(StringClassTest, StrncasecmpWithZeroGivesZeroForNullToo) {
+  EXPECT_EQ(0, qiv::qiv_string::strncasecmp("a", "b", 0));
+  EXPECT_EQ(0, qiv::qiv_string::strncasecmp(nullptr, "b", 0));
+  EXPECT_EQ(0, qiv::qiv_string::strncasecmp("a", nullptr, 0));
+}
+
 TEST(StringClassTest, SearchesAreThoseOfThePlatform) {
   char text[] = "abcabc";
   EXPECT_EQ(text + 1, qiv::qiv_string::strchr(text, 'b'));
@@ -341,6 +363,27 @@ TEST(StringClassTest, AtoiIsThatOfThePlatform) {
   for (const char* const text :
        {"42", "  -7x", "", "x", "+0", "2147483647", "-2147483648", "12a"}) {
     EXPECT_EQ(std::atoi(text), qiv::qiv_string::atoi(text)) << text;
+  }
+}
+
+TEST(StringClassTest, AtoiReadsBaseTen) {
+  EXPECT_EQ(10, qiv::qiv_string::atoi("010"));
+  EXPECT_EQ(0, qiv::qiv_string::atoi("0x10"));
+}
+
+TEST(StringClassTest, AtoiBeyondIntIsNarrowedFromLong) {
+  for (const char* const text : {"2147483648", "-2147483649", "4294967297", "-4294967297",
+                                 "99999999999999999999", "-99999999999999999999"}) {
+    EXPECT_EQ(static_cast<int>(std::strtol(text, nullptr, 10)), qiv::qiv_string::atoi(text))
+        << text;
+  }
+}
+
+TEST(StringClassTest, AtoiBeyondLongSetsErrno) {
+  for (const char* const text : {"99999999999999999999", "-99999999999999999999"}) {
+    errno = 0;
+    static_cast<void>(qiv::qiv_string::atoi(text));
+    EXPECT_EQ(ERANGE, errno) << text;
   }
 }
 
