@@ -272,11 +272,16 @@ namespace qiv {
 /**
  * The standard functions under their own names, and itoa(), which is QIV_Itoa(). Null is refused:
  * what copies does nothing and returns null, what searches returns null, what counts or reads a
- * number returns 0, and what compares puts null before every text. Any threads.
+ * number returns 0, and what compares puts null before every text. A count of 0 compares nothing:
+ * the result is 0, also for null. Comparisons promise the sign of their result only; QIV_Strcmp()
+ * and its kin promise the difference. Any threads.
  */
 class QIV_API qiv_string {
  public:
-  /** Beyond the platform's long the result is its limit, narrowed to int. System: strtol(3). */
+  /**
+   * A value beyond int is narrowed to it. Beyond the platform's long it is that type's limit,
+   * narrowed likewise, and errno is ERANGE. System: strtol(3).
+   */
   static int atoi(const char* text) noexcept;
   /** See QIV_Itoa(). */
   static char* itoa(char* buf, int value, int radix) noexcept;

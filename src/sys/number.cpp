@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
 
 static_assert(sizeof(QIV_INT32) == 4 && sizeof(qiv_int64) == 8, "the widths of the names");
 
@@ -12,7 +13,7 @@ constexpr int kDecimal = 10;
 constexpr int kMinRadix = 2;
 constexpr int kMaxRadixWritten = 36;
 constexpr int kMaxBaseRead = 16;
-constexpr int kNoDigit = kMaxRadixWritten;  // above every digit and every base
+constexpr int kNoDigit = INT_MAX;  // above every base, hence never part of a number
 
 /** Writes the digits and a NUL. */
 void WriteDigits(char* out, unsigned int value, unsigned int radix) {

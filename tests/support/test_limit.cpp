@@ -1,6 +1,7 @@
 #include "support/test_limit.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 
 namespace qiv::test {
@@ -8,8 +9,8 @@ namespace {
 
 int EnvironmentNumber(const char* name, int fallback) {
   const char* text = std::getenv(name);
-  const int value = text == nullptr ? 0 : static_cast<int>(std::strtol(text, nullptr, 10));
-  return value > 0 ? value : fallback;
+  const long long value = text == nullptr ? 0 : std::strtoll(text, nullptr, 10);
+  return value > 0 ? static_cast<int>(std::min<long long>(value, INT_MAX)) : fallback;
 }
 
 }  // namespace
@@ -21,7 +22,8 @@ std::chrono::milliseconds TestLimit() {
 
 int ScaledLoad(int fullLoad) {
   static const int percent = EnvironmentNumber("QIV_TEST_LOAD", 100);
-  return std::max(1, fullLoad * percent / 100);
+  const long long load = 1LL * fullLoad * percent / 100;
+  return static_cast<int>(std::clamp<long long>(load, 1, INT_MAX));
 }
 
 }  // namespace qiv::test
