@@ -16,6 +16,7 @@
 #include "support/captured_output.h"
 #include "support/completions.h"
 #include "support/failing_allocation.h"
+#include "support/failing_thread_start.h"
 #include "support/latch.h"
 #include "support/run_in_thread.h"
 
@@ -305,6 +306,19 @@ TEST_F(CompletionQueueTest, PostingWithoutMemoryFails) {
   EXPECT_EQ(
       -1, QIV_AsyncIO_PostQueuedCompleteStatusEx(nullptr, 3, 0, 1, nullptr, Completions::Callback));
   EXPECT_TRUE(failure.Happened());
+}
+
+TEST_F(CompletionQueueTest, PostingWithoutAThreadFails) {
+  const qiv::test::FailingThreadStart failure;
+  EXPECT_EQ(
+      -1, QIV_AsyncIO_PostQueuedCompleteStatusEx(nullptr, 3, 0, 1, nullptr, Completions::Callback));
+  EXPECT_EQ(1, qiv::test::FailingThreadStart::Count());
+}
+
+TEST_F(CompletionQueueTest, QueueWithoutAThreadFailsAndLeavesNothing) {
+  const qiv::test::FailingThreadStart failure;
+  EXPECT_EQ(InvalidQueue(), QIV_AIO_CreateQueueEx(3, 0));
+  EXPECT_EQ(1, qiv::test::FailingThreadStart::Count());
 }
 
 // A queue destroyed with a socket still bound: the descriptor's number can never be bound again in

@@ -355,7 +355,8 @@ TEST_F(ThreadPoolTest, TheClassHoldsAHandleAndOwnsNothing) {
     EXPECT_EQ(QIV_OK, pool.Create(1, 2));
     copy = pool;
   }
-  EXPECT_EQ(QIV_OK, copy.Work(Count, &count));
+  QIV_ThreadPool second(copy);
+  EXPECT_EQ(QIV_OK, second.Work(Count, &count));
   EXPECT_EQ(QIV_OK, copy.Destroy());
   EXPECT_EQ(1, count);
 }

@@ -262,6 +262,18 @@ TEST_F(ThreadTest, ClassForwardsToItsThread) {
   EXPECT_EQ(0, thread.Wait());
 }
 
+TEST_F(ThreadTest, CopiesOfTheClassNameTheSameThread) {
+  int number = 0;
+  QIV_Thread thread;
+  ASSERT_EQ(0, thread.Create(AddOne, &number, 0, 0, 0, SCHED_OTHER));
+  const QIV_Thread copy(thread);
+  QIV_Thread assigned;
+  assigned = copy;
+  EXPECT_EQ(0, assigned.Wait());
+  EXPECT_EQ(1, number);
+  EXPECT_EQ(-1, thread.Wait()) << "it has been joined";
+}
+
 TEST_F(ThreadTest, ClassCreateFailsWithMinusOne) {
   int number = 0;
   QIV_Thread thread;
