@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/scoped_lock.h"
@@ -155,6 +157,7 @@ TEST_F(ThreadPoolWorkTest, WithAllWorkersBusyWorkFailsAtOnceAndTheWaitFlagWaitsF
   EXPECT_EQ(-1, QIV_ThreadPool_Work(pool, Count, &count));
   auto submitted = RunInThread([&] { return QIV_ThreadPool_WorkEx(pool, Count, &count, 1); });
   EXPECT_TRUE(Eventually([&] { return WaitingSubmitters(pool) == 1; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));  // the submitter looks every 5 ms
   EXPECT_FALSE(submitted.IsReady());
   EXPECT_EQ(0, count);
   latch.Open();
