@@ -56,14 +56,14 @@ int main(void) {
   server.peer = -1;
   server.queue = QIV_AsyncIO_CreateQueueEx_New(1); /* one worker */
   if (QIV_AsyncIO_BindIOHandleToQueueEx(listener, server.queue) != QIV_OK) return 1;
-  QIV_AsyncIO_AcceptEx(listener, NULL, NULL, 0, &server, OnAccepted);
+  if (QIV_AsyncIO_AcceptEx(listener, NULL, NULL, 0, &server, OnAccepted) != QIV_OK) return 1;
   isRight = RunClient(&address) && QIV_SemTimedWait(&server.ended, 10000) == 0;
-  printf("server echoed %u bytes\n", server.echoed);
-  QIV_AsyncIO_UnBindIOHandleEx(server.peer, server.queue); /* unbind, then close */
-  QIV_CloseSocket(server.peer, 0);
-  QIV_AsyncIO_UnBindIOHandleEx(listener, server.queue);
+  QIV_AsyncIO_UnBindIOHandleEx(listener, server.queue); /* first: no accept is under way now */
   QIV_CloseSocket(listener, 0);
+  QIV_AsyncIO_UnBindIOHandleEx(server.peer, server.queue); /* unbind, then close */
+  if (server.peer != -1) QIV_CloseSocket(server.peer, 0);
   QIV_AsyncIO_DestroyQueueEx(server.queue);
+  printf("server echoed %u bytes\n", server.echoed);
   QIV_SemDestroy(&server.ended);
   QIV_Fini();
   return isRight && server.echoed == 5 ? 0 : 1;

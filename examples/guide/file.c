@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 static int WriteAll(int file, const char* data, unsigned int length) {
   while (length > 0) {
@@ -15,19 +16,22 @@ static int WriteAll(int file, const char* data, unsigned int length) {
   return QIV_OK;
 }
 
-/* Writes the new content beside the file, sees it on the disk, and gives it the file's name. */
+/* Writes the new content beside the file, waits for the disk, and gives it the file's name. */
 static int Save(const char* path, const char* text) {
   char beside[128];
   int result;
   int file;
-  snprintf(beside, sizeof beside, "%s.new", path);
+  const int length = snprintf(beside, sizeof beside, "%s.new", path);
+  if (length < 0 || (size_t)length >= sizeof beside) return QIV_ERROR;
   file = QIV_OpenFile(beside, QIV_OPEN_WRITE | QIV_OPEN_CREATE | QIV_OPEN_TRUNCATE,
                       QIV_PERM_OWNER_WRITE | QIV_PERM_GROUP_READ); /* 0640; the owner may read */
   if (file == -1) return QIV_ERROR;
   result = WriteAll(file, text, (unsigned int)strlen(text));
-  QIV_FileFlush(file);
-  QIV_CloseFile(file);
-  return result == QIV_OK ? QIV_RenameFile(beside, path) : result;
+  if (result == QIV_OK) result = fsync(file); /* the system's calls have results: check both */
+  if (close(file) != 0) result = QIV_ERROR;
+  if (result == QIV_OK) result = QIV_RenameFile(beside, path);
+  if (result != QIV_OK) QIV_DeleteFile(beside);
+  return result;
 }
 
 static int Load(const char* path, char* text, unsigned int size) {

@@ -262,9 +262,10 @@ QIV_API int QIV_CopyFile(const char* source, const char* target, int failIfExist
 /**
  * Tells the path of the program that runs in the process.
  *
- * @param buffer  receives the path without a NUL, at most 260 bytes: zero it first. A longer path
- * is cut. Null is refused
- * @param size    bytes of `buffer`
+ * @param buffer  receives the path without a NUL, at most 260 bytes; a longer path is cut. Null is
+ *                refused
+ * @param size    bytes of `buffer` that the path may fill. To have a NUL behind it, zero the buffer
+ *                and give its size less 1
  * @return 0; -1 when `buffer` is null, or the path does not fit into `size` or cannot be read
  * @par Errors         EINVAL for a null `buffer`, else ENOMEM
  * @par Thread safety  any threads
