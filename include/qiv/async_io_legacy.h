@@ -3,8 +3,10 @@
  * The first asynchronous interface, kept so that programs linked with it still load: every call
  * fails, and nothing is started. Use async_io.h, whose names end in Ex.
  *
- * The functions take any arguments and look at none. QIV_AsyncIO_CreateQueueEx() is no relative of
- * QIV_AIO_CreateQueueEx() and QIV_AsyncIO_CreateQueueEx_New(), which work.
+ * The functions take any arguments and look at none. In C before C23 they are therefore declared
+ * without a prototype, of which compilers may warn where they are called.
+ * QIV_AsyncIO_CreateQueueEx() is no relative of QIV_AIO_CreateQueueEx() and
+ * QIV_AsyncIO_CreateQueueEx_New(), which work.
  */
 #ifndef QIV_ASYNC_IO_LEGACY_H
 #define QIV_ASYNC_IO_LEGACY_H
@@ -171,6 +173,8 @@ QIV_API int QIV_AsyncIO_ReadFile(QIV_ANY_ARGUMENTS) QIV_NOEXCEPT;
 #pragma GCC diagnostic pop
 #endif
 
+#undef QIV_ANY_ARGUMENTS
+
 QIV_EXTERN_C_END
 
 #ifdef __cplusplus
@@ -203,7 +207,7 @@ class QIV_API QIV_AsyncIOQueue {
 class QIV_API QIV_AsyncIO {
  public:
   /** @param handle  kept, and looked at by nobody */
-  explicit QIV_AsyncIO(void* handle) noexcept;
+  QIV_AsyncIO(void* handle) noexcept;
   /** Does nothing: the handle is the caller's. */
   ~QIV_AsyncIO();
 

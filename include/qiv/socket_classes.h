@@ -39,7 +39,7 @@ class QIV_API qiv_net_addr {
   /** @param address  copied, except that the family becomes AF_INET */
   qiv_net_addr(const sockaddr_in& address) noexcept;
   /** @param url  as for parse_url(), on port 0 of 0.0.0.0 */
-  explicit qiv_net_addr(const char* url) noexcept;
+  qiv_net_addr(const char* url) noexcept;
   /** Overwrites the endpoint with zeros. */
   virtual ~qiv_net_addr();
   /** Copies the whole socket address, its family too. */
@@ -101,8 +101,9 @@ class QIV_API qiv_net_addr {
    * ":". Without a ":" nothing but the family is set.
    *
    * What stands before the ":" becomes the address as by set_host() when it has more than 6
-   * characters, and is left out otherwise; so "1.2.3:80" and ":80" set the port alone. One of 256
-   * characters and more makes 255.255.255.255, as does one that begins with a scheme.
+   * characters, and is left out otherwise; so "1.2.3:80" and ":80" set the port alone. Its first
+   * white space ends the address; what follows up to the ":" does not count. An address of 256
+   * characters and more makes 255.255.255.255, as does a scheme in front.
    *
    * What stands after it becomes the port unless it is empty. It is read as a C++ stream in the "C"
    * locale reads an unsigned short: leading white space is skipped, a sign is allowed ("-1" is
@@ -149,7 +150,7 @@ class QIV_API qiv_net_utils {
    *
    * @param name  a host's name or dotted address; null is refused
    * @return the system's record, which lives until the next call of any thread; null with h_errno
-   *         when there is no such host, or when `name` is null
+   *         when there is no such host, NO_RECOVERY when `name` is null
    */
   static hostent* get_host_by_name(const char* name);
 };

@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -31,16 +32,18 @@ bool IsPort(int port) { return port >= 0 && port <= static_cast<int>(kMaxPort); 
 
 in_port_t NetworkPort(int port) { return htons(static_cast<std::uint16_t>(port)); }
 
+bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
 in_addr_t HostAddress(const char* begin, const char* end) {
+  // inet_addr() reads no further either, and so white space takes no room.
+  end = std::find_if(begin, end, IsSpace);
   if (end - begin >= kHostBufferSize) return INADDR_NONE;
   char host[kHostBufferSize] = {};
   std::memcpy(host, begin, static_cast<std::size_t>(end - begin));
   return inet_addr(host);
 }
-
-bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 // What a stream in the "C" locale reads as an unsigned short, 0 where it fails. A stream itself
 // would take memory and the process's locale.
@@ -176,7 +179,11 @@ int qiv_net_utils::get_host_name(char* buffer, int length) noexcept {
 }
 
 hostent* qiv_net_utils::get_host_by_name(const char* name) {
-  return name == nullptr ? nullptr : gethostbyname(name);
+  if (name == nullptr) {
+    h_errno = NO_RECOVERY;
+    return nullptr;
+  }
+  return gethostbyname(name);
 }
 
 }  // namespace qiv

@@ -40,12 +40,6 @@ int qiv_sock_utils::shutdown(int descriptor, int how) noexcept {
   return ::shutdown(descriptor, how);
 }
 
-int qiv_sock_utils::bind(int descriptor, const qiv_net_addr& address) noexcept {
-  sockaddr_in system = {};
-  address.get_addr(system);
-  return ::bind(descriptor, reinterpret_cast<const sockaddr*>(&system), sizeof(system));
-}
-
 int qiv_sock_utils::listen(int descriptor, int backlog) noexcept {
   return ::listen(descriptor, backlog);
 }

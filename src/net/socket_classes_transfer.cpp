@@ -83,6 +83,11 @@ int TransferAll(int (*wait)(int, timeval*), int (*transfer)(int, Byte*, int, int
 
 }  // namespace
 
+int qiv_sock_utils::bind(int descriptor, const qiv_net_addr& address) noexcept {
+  const sockaddr_in system = SystemAddress(address);
+  return ::bind(descriptor, AsSystemCallsTakeIt(system), kAddressLength);
+}
+
 int qiv_sock_utils::connect(int descriptor, const qiv_net_addr& address, int ms) {
   const sockaddr_in system = SystemAddress(address);
   if (::connect(descriptor, AsSystemCallsTakeIt(system), kAddressLength) == 0) return QIV_OK;

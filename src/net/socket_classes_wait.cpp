@@ -11,7 +11,7 @@
 namespace qiv {
 namespace {
 
-constexpr long long kNoLimit = -1;
+constexpr int kNoLimit = -1;
 constexpr long long kMostMilliseconds = std::numeric_limits<int>::max();
 
 bool IsInterrupted(int result) { return result == -1 && errno == EINTR; }
@@ -31,7 +31,7 @@ long long MonotonicMicroseconds() {
 int PollMilliseconds(const timeval& budget) {
   if (budget.tv_sec > kMostMilliseconds / 1000) return static_cast<int>(kMostMilliseconds);
   const long long ms = qiv_time_tick::timeval2ms(&budget);
-  return static_cast<int>(std::clamp(ms, kNoLimit, kMostMilliseconds));
+  return static_cast<int>(std::clamp<long long>(ms, kNoLimit, kMostMilliseconds));
 }
 
 void Lower(timeval& budget, long long elapsed) {
@@ -97,7 +97,7 @@ int qiv_sock_utils::is_wr(int descriptor, timeval* timeout) {
 }
 
 int qiv_sock_utils::poll_vtime(pollfd* records, unsigned long count, timeval* budget) {
-  if (budget == nullptr) return ::poll(records, count, static_cast<int>(kNoLimit));
+  if (budget == nullptr) return ::poll(records, count, kNoLimit);
   int result;
   do {
     result = TimedPoll(records, count, *budget);

@@ -30,6 +30,19 @@ void CheckVirtualTable(const Object& object, const std::string& mangledName) {
   }
 }
 
+/** Every way to write a null text names one function only. */
+// NOLINTBEGIN(modernize-use-nullptr): the older ways are what is tried
+void UseNullTexts() {
+  const qiv::qiv_net_addr zero;
+  qiv::qiv_net_addr address(80, 0);
+  Check(qiv::qiv_net_addr(0) == zero && qiv::qiv_net_addr(NULL) == zero, "no URL");
+  Check(qiv::qiv_net_addr(nullptr) == zero && qiv::qiv_net_addr(80, NULL) == address, "no host");
+  Check(address.set_addr(NULL) == 0 && address.set_addr(nullptr) == 0, "set_addr without a URL");
+  Check(address.set_addr(0) == 0 && address.get_port() == 80, "set_addr without a URL");
+  Check(address.set_addr(0, 0) == 0 && address == zero, "set_addr without a host");
+}
+// NOLINTEND(modernize-use-nullptr)
+
 void UseNetAddr() {
   sockaddr_in system = sockaddr_in();
   in_addr host = in_addr();
@@ -50,6 +63,9 @@ void UseNetAddr() {
   Check(address.parse_url(":8000") == 0 && address == copy, "parse_url");
   copy = qiv::qiv_net_addr();
   Check(copy != address, "an assignment");
+  const qiv::qiv_net_addr fromText = "10.1.2.3:8000";
+  Check(fromText == "10.1.2.3:8000" && fromText.get_port() == 8000, "a text as an endpoint");
+  UseNullTexts();
   CheckVirtualTable(address, "N3qiv12qiv_net_addr");
 }
 
@@ -113,7 +129,8 @@ void UseSockUtils() {
   const int connection = Utils::accept(listener, peer, -1);
   UseConnection(client, connection);
   const int datagrams = Utils::socket(AF_INET, SOCK_DGRAM, 0);
-  Check(Utils::bind(datagrams, address) == 0, "bind");
+  Check(Utils::bind(datagrams, "127.0.0.1:0") == 0, "bind to a text");
+  Check(Utils::getaddrbyfd(datagrams, peer, address) == -1, "getaddrbyfd without a peer");
   Check(Utils::sendto(datagrams, "abc", 3, address, -1, 0) == 3, "sendto");
   Check(Utils::recvfrom(datagrams, buffer, 8, peer, -1, 0) == 3 && peer == address, "recvfrom");
   Check(Utils::join_multicast_group(-1, address, peer) == -1, "join_multicast_group");
@@ -131,7 +148,7 @@ void UseLegacyAsyncIo() {
   char buffer[8];
   QIV_ADDR_T address = QIV_ADDR_T();
   QIV_AsyncIOQueue queue;
-  QIV_AsyncIO io(buffer);
+  QIV_AsyncIO io = buffer;
   Check(queue.Initialize() == -1 && queue.GetHandle() == -1 && queue.Release() == 0, "queue");
   Check(io.BindCallBackToIOHandle(Ignore) == -1 && io.BindIOHandleToQueue(&queue) == -1, "bind");
   Check(io.IOSend(buffer, 8, nullptr) == -1 && io.IORecv(buffer, 8, nullptr) == -1, "stream");

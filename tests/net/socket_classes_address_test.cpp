@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <fstream>
 #include <new>
 #include <string>
 #include <type_traits>
@@ -145,6 +146,13 @@ TEST_F(NetAddrTest, ConstructorWithANullUrlIsZeroedWithTheFamily2) {
 TEST_F(NetAddrTest, ConstructorWithAUrlParsesIt) {
   EXPECT_EQ("10.1.2.3 8000", Text(qiv_net_addr("10.1.2.3:8000")));
   EXPECT_EQ("0.0.0.0 0", Text(qiv_net_addr("10.1.2.3")));
+}
+
+TEST_F(NetAddrTest, UrlIsTakenWhereAnEndpointIsExpected) {
+  const qiv_net_addr address = "10.1.2.3:8000";
+  EXPECT_EQ("10.1.2.3 8000", Text(address));
+  EXPECT_TRUE(address == "10.1.2.3:8000");
+  EXPECT_EQ("1.2.3.4 5", Text("1.2.3.4:5"));
 }
 
 TEST_F(NetAddrTest, CopyAndAssignmentCopyTheSocketAddress) {
@@ -378,8 +386,30 @@ TEST_F(NetUtilsTest, HostByNameIsTheSystems) {
   EXPECT_EQ(0, std::memcmp(&expected, host->h_addr_list[0], sizeof(expected)));
 }
 
-TEST_F(NetUtilsTest, HostByNameOfNullIsNull) {
+/** A name that the machine has in its own file, so that no name server is asked. */
+std::string LocalName() {
+  std::ifstream hosts("/etc/hosts");
+  std::string word;
+  while (hosts >> word) {
+    if (word == "localhost") return word;
+  }
+  return "127.0.0.1";
+}
+
+TEST_F(NetUtilsTest, HostByNameLooksUpANameOfTheMachine) {
+  const std::string name = LocalName();
+  SCOPED_TRACE(name);
+  const hostent* const host = qiv_net_utils::get_host_by_name(name.c_str());
+  ASSERT_NE(nullptr, host);
+  EXPECT_EQ(AF_INET, host->h_addrtype);
+  const in_addr_t expected = inet_addr("127.0.0.1");
+  EXPECT_EQ(0, std::memcmp(&expected, host->h_addr_list[0], sizeof(expected)));
+}
+
+TEST_F(NetUtilsTest, HostByNameOfNullIsNullWithNoRecovery) {
+  h_errno = 0;
   EXPECT_EQ(nullptr, qiv_net_utils::get_host_by_name(nullptr));
+  EXPECT_EQ(NO_RECOVERY, h_errno);
 }
 
 }  // namespace

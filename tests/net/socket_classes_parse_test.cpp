@@ -73,6 +73,7 @@ INSTANTIATE_TEST_SUITE_P(
         UrlCase{"SchemeInFrontGivesAllOnes", "http://10.1.2.3:80", "255.255.255.255 80"},
         UrlCase{"SchemeAloneIsTooShortForAHost", "http://10.1.2.3", "9.9.9.9 0"},
         UrlCase{"UnparsableHost", "localhost:80", "255.255.255.255 80"},
+        UrlCase{"WhiteSpaceBeforeTheHost", " 10.1.2.3:80", "255.255.255.255 80"},
         UrlCase{"PartOutOfRange", "10.1.2.256:80", "255.255.255.255 80"},
         UrlCase{"PathBehindThePort", "10.1.2.3:80/index", "10.1.2.3 80"},
         UrlCase{"Ipv6Text", "[::1]:80", "9.9.9.9 80"},
@@ -111,8 +112,19 @@ TEST_F(NetAddrParseTest, ParseUrlReadsHostsUpTo255CharactersAndTakesLongerOnesAs
   EXPECT_STREQ("255.255.255.255", qiv_net_addr(noise.c_str()).get_host());
 }
 
+TEST_F(NetAddrParseTest, ParseUrlEndsTheHostAtItsFirstWhiteSpaceWhateverItsLength) {
+  for (const std::size_t length : {std::size_t{1}, std::size_t{300}, std::size_t{100000}}) {
+    for (const char blank : {' ', '\t', '\n', '\v', '\f', '\r'}) {
+      const std::string blanks(length, blank);
+      EXPECT_EQ("10.1.2.3 80", Text(qiv_net_addr(("10.1.2.3" + blanks + ":80").c_str())));
+      EXPECT_EQ("10.1.2.3 80", Text(qiv_net_addr(("10.1.2.3" + blanks + "x:80").c_str())));
+    }
+  }
+}
+
 TEST_F(NetAddrParseTest, ParseUrlTakesNoMemory) {
-  const std::string url = "1.2.3.4:" + std::string(1000, ' ') + "80";
+  const std::string blanks(1000, ' ');
+  const std::string url = "1.2.3.4" + blanks + ":" + blanks + "80";
   qiv_net_addr address;
   {
     const qiv::test::FailingAllocation failing(1, qiv::test::FailingFor::kEver);
