@@ -47,7 +47,7 @@ int main(void) {
   QIV_SetLastError(0);
   if (ReadLimit(kMissingFile) == -1) mine = QIV_GetLastError();
   thread = QIV_Thread_Create(Look, &others, 0, 0, 0, 0);
-  QIV_Thread_Wait(thread);
+  if (thread == QIV_INVALID_ID || QIV_Thread_Wait(thread) != QIV_OK) return 1;
   printf("last error: %u here, %u in another thread\n", mine, others);
 
   QIV_SetLastError(0);

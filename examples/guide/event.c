@@ -1,4 +1,5 @@
-// A thread that serves a socket until it is told to stop: one wait for the socket and for an event.
+// Serves a socket until told to stop or until the peer closes: one wait for a socket and an event.
+#include <errno.h>
 #include <qiv/event.h>
 #include <qiv/library.h>
 #include <qiv/socket.h>
@@ -7,29 +8,36 @@
 #include <string.h>
 #include <sys/socket.h>
 
-// The lowest index wins a wait: with the stop last, data that came before it is seen.
+// The lowest index wins a wait: with the stop last, data that came before it is served.
 enum { kData, kStop, kEvents };
 
 typedef struct {
   int socket;
   QIV_HANDLE events[kEvents];
-  char text[64];  // what came
+  char text[64];  // the first 63 bytes that came
 } Server;
 
-// The socket became non-blocking when it was bound to its event: takes what is there.
-static void Receive(Server* server) {
-  const size_t length = strlen(server->text);
-  const unsigned int room = (unsigned int)(sizeof(server->text) - 1 - length);
-  const int got = QIV_Recv(server->socket, server->text + length, room);
-  if (got > 0) server->text[length + (unsigned int)got] = '\0';
+static void Keep(Server* server, const char* piece, int length) {
+  const size_t stored = strlen(server->text);
+  const size_t room = sizeof(server->text) - 1 - stored;
+  memcpy(server->text + stored, piece, (size_t)length < room ? (size_t)length : room);
+}
+
+// Always takes bytes away: what stays unread, or a closed peer, would hide the stop for ever.
+// False when the peer has closed or the connection is broken.
+static int Receive(Server* server) {
+  char piece[64];
+  const int got = QIV_Recv(server->socket, piece, sizeof(piece));  // does not block: it was bound
+  if (got > 0) Keep(server, piece, got);
+  return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
 }
 
 static void* Serve(void* argument) {
   Server* const server = argument;
   const int noLimit = -1;
-  int index = QIV_WaitForMultipleObjects(kEvents, server->events, 0, noLimit);
-  for (; index == kData; index = QIV_WaitForMultipleObjects(kEvents, server->events, 0, noLimit)) {
-    Receive(server);
+  int isOpen = 1;
+  while (isOpen && QIV_WaitForMultipleObjects(kEvents, server->events, 0, noLimit) == kData) {
+    isOpen = Receive(server);
   }
   return NULL;
 }
@@ -47,6 +55,7 @@ int main(void) {
   if (QIV_EventSelect(server.socket, server.events[kData], QIV_EVENT_READ) != 0) return 1;
 
   thread = QIV_Thread_Create(Serve, &server, 0, 0, 0, 0);
+  if (thread == QIV_INVALID_ID) return 1;
   isRight = QIV_Send(ends[1], "two ", 4) == 4 && QIV_Send(ends[1], "texts", 5) == 5;
   QIV_SetEvent(server.events[kStop]);
   QIV_Thread_Wait(thread);

@@ -5,7 +5,7 @@
 #include <stdio.h>
 
 enum { kNormal = 0 };  // the type of mutex: not recursive
-enum { kPeriodMs = 10, kWanted = 5 };
+enum { kPeriodMs = 10, kWanted = 5, kPatienceMs = 60000 };
 
 typedef struct {
   pthread_mutex_t mutex;  // guards the count and the sum
@@ -32,20 +32,21 @@ static void OnTimer(unsigned int id, void* user) {
 int main(void) {
   Readings readings;
   unsigned int timer = 0;
-  int isKilled;
+  int isDone, isKilled;
   readings.count = 0;
   readings.sum = 0;
   QIV_MutexCreate(&readings.mutex, kNormal);
   if (QIV_SemCreate(&readings.enough, 0) != QIV_OK) return 1;
 
   if (QIV_SetTimer(OnTimer, &readings, kPeriodMs, &timer) != QIV_OK) return 1;
-  QIV_SemWait(&readings.enough);
+  // Not without a limit: a timer for which no thread was to be had never calls.
+  isDone = QIV_SemTimedWait(&readings.enough, kPatienceMs) == QIV_OK;
   // Not under the mutex, which the callback takes: this waits for a call in progress.
   isKilled = QIV_KillTimer(timer) == QIV_OK;
 
   // No call is running and none will come: no lock is needed any more, and all can go.
-  printf("%d readings, mean %d\n", readings.count, readings.sum / readings.count);
+  if (isDone) printf("%d readings, mean %d\n", readings.count, readings.sum / readings.count);
   QIV_SemDestroy(&readings.enough);
   QIV_MutexDestroy(&readings.mutex);
-  return isKilled && readings.sum == 110 ? 0 : 1;
+  return isDone && isKilled && readings.sum == 110 ? 0 : 1;
 }

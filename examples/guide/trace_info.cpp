@@ -42,9 +42,9 @@ std::string IdInThread() {
 
 std::string IdInPool(QIV_HANDLE pool) {
   std::string id;
-  QIV_ThreadPool_WorkEx(pool, Work, &id, 1);
+  const bool isTaken = QIV_ThreadPool_WorkEx(pool, Work, &id, 1) == QIV_OK;
   QIV_ThreadPool_Destroy(pool);  // waits for the item
-  return id;
+  return isTaken ? id : "refused";
 }
 
 }  // namespace
