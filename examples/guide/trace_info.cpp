@@ -51,7 +51,7 @@ std::string IdInPool(QIV_HANDLE pool) {
 
 int main() {
   if (QIV_Init() != QIV_OK) return 1;
-  const QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);  // its worker starts without an id
+  QIV_HANDLE pool = QIV_ThreadPool_Create(1, 1);  // its worker starts without an id
   if (pool == nullptr) return 1;
   std::string inThread;
   std::string inPool;
