@@ -159,12 +159,10 @@ Outcome Watch(const Settings& settings, Signals* signals, Output* output) {
   Sampler sampler;
   Snapshot before;
   if (!sampler.Take(&before)) return Outcome::kNoFigures;
-  qiv_int64 dueMs = before.tickMs;
   int intervalMs = output->FirstIntervalMs(settings.intervalMs);
   for (int shown = 0; settings.count == 0 || shown < settings.count; ++shown) {
-    // A machine that slept, or was too busy, does not make up for the readings that it missed.
-    dueMs = std::max(dueMs + intervalMs, QIV_GetTimeTick64());
-    const Outcome outcome = WaitUntil(dueMs, signals, output);
+    // From the last reading on, however late it was: figures of a shorter time would say little.
+    const Outcome outcome = WaitUntil(before.tickMs + intervalMs, signals, output);
     if (outcome != Outcome::kGoOn) return outcome;
     Snapshot after;
     if (!sampler.Take(&after)) return Outcome::kNoFigures;
