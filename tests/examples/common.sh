@@ -11,11 +11,11 @@ client=("${emulator[@]}" "$2")
 wrong_server=("${emulator[@]}" "$3")
 
 work=$(mktemp -d)
-started=()
 
+# Only what still runs: the number of a process that has been waited for may be another's by now.
 clean_up() {
   local pid
-  for pid in "${started[@]}"; do
+  for pid in $(jobs -pr); do
     kill -KILL "$pid" 2>/dev/null || true
   done
   rm -rf "$work"
@@ -54,7 +54,6 @@ start() {
   : >"$work/$name.err"
   "$@" >"$work/$name.out" 2>"$work/$name.err" </dev/null &
   pid=$!
-  started+=("$pid")
 }
 
 # await NAME PATTERN [TIMES]: waits until the program's output holds that many such lines.
