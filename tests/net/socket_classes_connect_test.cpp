@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include "net/socket_classes_support.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
-#include "support/sockets.h"
 #include "support/stopwatch.h"
 
 namespace {
@@ -21,18 +21,14 @@ namespace {
 using qiv::qiv_net_addr;
 using qiv::qiv_sock_utils;
 using qiv::test::BoundSocket;
+using qiv::test::EndpointOf;
+using qiv::test::kLongMs;
+using qiv::test::kNoLimit;
 using qiv::test::Listener;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
 using qiv::test::TcpSocket;
-
-constexpr int kNoLimit = -1;
-constexpr int kLongMs = 600000;
-
-qiv_net_addr EndpointOf(const Socket& socket) {
-  return qiv_net_addr(qiv::test::AddressOf(socket).ipv4);
-}
 
 Socket NonBlockingSocket() { return {AF_INET, SOCK_STREAM | SOCK_NONBLOCK}; }
 

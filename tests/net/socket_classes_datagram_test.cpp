@@ -11,23 +11,19 @@
 #include <cstring>
 #include <string>
 
+#include "net/socket_classes_support.h"
 #include "support/leak_check.h"
-#include "support/sockets.h"
 
 namespace {
 
 using qiv::qiv_net_addr;
 using qiv::qiv_sock_utils;
 using qiv::test::BoundUdpSocket;
+using qiv::test::EndpointOf;
+using qiv::test::kLongMs;
+using qiv::test::kNoLimit;
 using qiv::test::Socket;
 using qiv::test::UdpSocket;
-
-constexpr int kNoLimit = -1;
-constexpr int kLongMs = 600000;
-
-qiv_net_addr EndpointOf(const Socket& socket) {
-  return qiv_net_addr(qiv::test::AddressOf(socket).ipv4);
-}
 
 class SockUtilsDatagramTest : public qiv::test::LeakCheckedTest {
  protected:

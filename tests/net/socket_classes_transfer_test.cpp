@@ -15,10 +15,10 @@
 #include <string>
 #include <thread>
 
+#include "net/socket_classes_support.h"
 #include "support/interrupting_signals.h"
 #include "support/leak_check.h"
 #include "support/run_in_thread.h"
-#include "support/sockets.h"
 #include "support/stopwatch.h"
 #include "support/test_limit.h"
 
@@ -27,14 +27,14 @@ namespace {
 using qiv::qiv_net_addr;
 using qiv::qiv_sock_utils;
 using qiv::test::InterruptingSignals;
+using qiv::test::kLongMs;
+using qiv::test::kNoLimit;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
 using qiv::test::TcpPair;
 using std::chrono::milliseconds;
 
-constexpr int kNoLimit = -1;
-constexpr int kLongMs = 600000;
 constexpr unsigned int kBufferSize = 128 * 1024;
 
 int Size(const std::string& bytes) { return static_cast<int>(bytes.size()); }
