@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what building, testing and the documentation need on Debian 12, as far as it is missing.
-# usage: setup.sh GROUP...      groups: build test ci arm coverage docs
+# usage: setup.sh GROUP...      groups: build test ci arm aarch64 coverage docs
 #
 # With everything in place it changes nothing and needs neither network nor root.
 set -euo pipefail
@@ -12,11 +12,7 @@ ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev)
 coverage_packages=(gcovr)
 docs_packages=(doxygen python3)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
-
-# libuuid for ARM, unpacked beside the build instead of installed: a full second architecture on
-# the host asks for the very same version of many packages on both.
-arm_root=build/arm-root
-arm_library_packages=(uuid-dev:armhf libuuid1:armhf)
+aarch64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then
@@ -60,32 +56,35 @@ install_missing() {
     apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-download_arm_libraries() {
-  (cd "$1" && apt-get download "${arm_library_packages[@]}")
+download_libuuid() {
+  (cd "$1" && apt-get download "uuid-dev:$2" "libuuid1:$2")
 }
 
-make_arm_root() {
-  [ ! -e $arm_root/complete ] || return 0
-  if ! dpkg --print-foreign-architectures | grep -qx armhf; then
-    as_root dpkg --add-architecture armhf
+# make_target_root ROOT DEBIAN_ARCHITECTURE TRIPLET: libuuid for another processor and Boost's
+# headers. They are unpacked beside the build instead of installed: a full second architecture on
+# the host asks for the very same version of many packages on both.
+make_target_root() {
+  local root=$1 architecture=$2 triplet=$3 archive
+  [ ! -e "$root/complete" ] || return 0
+  if ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
+    as_root dpkg --add-architecture "$architecture"
     update_index
   fi
-  rm -rf $arm_root
-  mkdir -p $arm_root/packages
-  if ! download_arm_libraries $arm_root/packages; then
+  rm -rf "$root"
+  mkdir -p "$root/packages"
+  if ! download_libuuid "$root/packages" "$architecture"; then
     update_index
-    download_arm_libraries $arm_root/packages
+    download_libuuid "$root/packages" "$architecture"
   fi
-  local archive
-  for archive in $arm_root/packages/*.deb; do
-    dpkg-deb -x "$archive" $arm_root
+  for archive in "$root"/packages/*.deb; do
+    dpkg-deb -x "$archive" "$root"
   done
-  if [ ! -e $arm_root/usr/lib/arm-linux-gnueabihf/libuuid.so ]; then
-    echo "setup: the packages hold no libuuid.so for ARM where it is expected" >&2
+  if [ ! -e "$root/usr/lib/$triplet/libuuid.so" ]; then
+    echo "setup: the packages hold no libuuid.so for $architecture where it is expected" >&2
     return 1
   fi
-  ln -s /usr/include/boost $arm_root/usr/include/boost
-  touch $arm_root/complete
+  ln -s /usr/include/boost "$root/usr/include/boost"
+  touch "$root/complete"
 }
 
 for group in "$@"; do
@@ -96,11 +95,15 @@ for group in "$@"; do
     coverage) install_missing "${coverage_packages[@]}" ;;
     arm)
       install_missing "${arm_packages[@]}"
-      make_arm_root
+      make_target_root build/arm-root armhf arm-linux-gnueabihf
+      ;;
+    aarch64)
+      install_missing "${aarch64_packages[@]}"
+      make_target_root build/aarch64-root arm64 aarch64-linux-gnu
       ;;
     docs) install_missing "${docs_packages[@]}" ;;
     *)
-      echo "usage: setup.sh GROUP...   groups: build test ci arm coverage docs" >&2
+      echo "usage: setup.sh GROUP...   groups: build test ci arm aarch64 coverage docs" >&2
       exit 2
       ;;
   esac

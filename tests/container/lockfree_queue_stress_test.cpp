@@ -22,7 +22,7 @@ using qiv::test::ElementPointer;
 using qiv::test::RunInThread;
 using qiv::test::ScaledLoad;
 
-constexpr int kThreads = 8;
+constexpr int kThreadsPerSide = 8;
 
 using LockfreeQueueStressTest = qiv::test::CountedElementTest;
 
@@ -30,7 +30,7 @@ using LockfreeQueueStressTest = qiv::test::CountedElementTest;
 using Numbers = std::vector<std::vector<int>>;
 
 Numbers PopUntil(qiv_lockfreeQ& queue, std::atomic<int>& left) {
-  Numbers numbers(kThreads);
+  Numbers numbers(kThreadsPerSide);
   while (left.load(std::memory_order_relaxed) > 0) {
     const ElementPointer popped = queue.pop_front();
     if (!popped) {
@@ -45,7 +45,7 @@ Numbers PopUntil(qiv_lockfreeQ& queue, std::atomic<int>& left) {
 }
 
 void ExpectEachOnceAndInOrder(const std::vector<Numbers>& ofPoppers, int elementsEach) {
-  for (std::size_t pusher = 0; pusher < kThreads; ++pusher) {
+  for (std::size_t pusher = 0; pusher < kThreadsPerSide; ++pusher) {
     std::vector<int> all;
     for (const Numbers& numbers : ofPoppers) {
       EXPECT_TRUE(std::is_sorted(numbers[pusher].begin(), numbers[pusher].end()));
@@ -60,11 +60,11 @@ void ExpectEachOnceAndInOrder(const std::vector<Numbers>& ofPoppers, int element
 TEST_F(LockfreeQueueStressTest, EightPushersAndEightPoppersHandOverEachElementOnceAndInOrder) {
   const int elementsEach = ScaledLoad(10000);
   qiv_lockfreeQ queue;
-  std::atomic<int> left{kThreads * elementsEach};
+  std::atomic<int> left{kThreadsPerSide * elementsEach};
   std::atomic<bool> stop{false};
   std::vector<qiv::test::ThreadResult<Numbers>> poppers;
   std::vector<std::thread> others;
-  for (int i = 0; i < kThreads; ++i) {
+  for (int i = 0; i < kThreadsPerSide; ++i) {
     poppers.push_back(RunInThread([&] { return PopUntil(queue, left); }));
     others.emplace_back([&queue, i, elementsEach] {
       for (int number = 0; number < elementsEach; ++number) {
@@ -75,7 +75,7 @@ TEST_F(LockfreeQueueStressTest, EightPushersAndEightPoppersHandOverEachElementOn
   // Someone who only looks.
   others.emplace_back([&] {
     while (!stop.load(std::memory_order_acquire)) {
-      EXPECT_GE(queue.size(), -kThreads);
+      EXPECT_GE(queue.size(), -kThreadsPerSide);
       std::this_thread::yield();
     }
   });

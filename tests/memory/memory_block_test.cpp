@@ -19,7 +19,7 @@ namespace {
 
 QIV_HANDLE Owner(std::uintptr_t number) { return reinterpret_cast<QIV_HANDLE>(number); }
 
-std::string PointerText(const void* pointer) {
+std::string QuotedPointerText(const void* pointer) {
   char text[64];
   std::snprintf(text, sizeof(text), "\"0x%p\"", pointer);
   return text;
@@ -124,19 +124,19 @@ TEST(MemoryBlockTest, DescriptionOfABlockThatWasNeverLentShowsEqualTimesAndNoOwn
   const std::string text = block.ToString();
   EXPECT_EQ("false", Field(text, "Used"));
   EXPECT_EQ(Field(text, "CreateTime"), Field(text, "LastTime"));
-  EXPECT_EQ(PointerText(nullptr), Field(text, "LastThreadId"));
-  EXPECT_EQ(PointerText(block.AllocPtr()), Field(text, "Alloc")) << "0x before %p is kept";
-  EXPECT_EQ(PointerText(block.AllocPtr() + 4), Field(text, "User"));
+  EXPECT_EQ(QuotedPointerText(nullptr), Field(text, "LastThreadId"));
+  EXPECT_EQ(QuotedPointerText(block.AllocPtr()), Field(text, "Alloc")) << "0x before %p is kept";
+  EXPECT_EQ(QuotedPointerText(block.AllocPtr() + 4), Field(text, "User"));
 }
 
 TEST(MemoryBlockTest, DescriptionOfALentBlockShowsItsOwnerAndKeepsHimOnceItIsBack) {
   CMemoryBlock block(100);
   block.Ptr(Owner(0x1234));
   EXPECT_EQ("true", Field(block.ToString(), "Used"));
-  EXPECT_EQ(PointerText(Owner(0x1234)), Field(block.ToString(), "LastThreadId"));
+  EXPECT_EQ(QuotedPointerText(Owner(0x1234)), Field(block.ToString(), "LastThreadId"));
   block.Reset();
   EXPECT_EQ("false", Field(block.ToString(), "Used"));
-  EXPECT_EQ(PointerText(Owner(0x1234)), Field(block.ToString(), "LastThreadId"));
+  EXPECT_EQ(QuotedPointerText(Owner(0x1234)), Field(block.ToString(), "LastThreadId"));
 }
 
 TEST(MemoryBlockTest, DescriptionShowsEachGuardByteInHexadecimal) {
@@ -174,7 +174,7 @@ TEST(MemoryBlockTest, BlockOfNoBytesHasAnAllocationButLendsNullAndHasNoGuards) {
   EXPECT_FALSE(block.BoundaryOverflow());
   block.ResetBoundary();
   EXPECT_EQ("\"\"", Field(block.ToString(), "HeaderBoundary"));
-  EXPECT_EQ(PointerText(nullptr), Field(block.ToString(), "User"));
+  EXPECT_EQ(QuotedPointerText(nullptr), Field(block.ToString(), "User"));
   EXPECT_EQ(nullptr, block.Ptr(nullptr));
   block.Reset();
 }

@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "memory/pool_values.h"
 #include "support/captured_output.h"
 #include "support/eventually.h"
 #include "support/failing_allocation.h"
@@ -20,7 +21,6 @@
 namespace qiv::test {
 namespace {
 
-constexpr long long kNever = -1;
 constexpr unsigned int kChunk = 1024;
 
 static_assert(offsetof(CUsedRecord, m_pAllocPtr) == 0, "in order");
@@ -241,12 +241,6 @@ TEST_F(MemoryPoolExDeathTest, SameAddressTwiceAborts) {
                  "`m_mapUsedRecords\\.find\\(pRet\\) == m_mapUsedRecords\\.end\\(\\)' failed");
   }
   pool.Free(nothing);
-}
-
-std::string PointerText(const void* pointer) {
-  char text[64];
-  std::snprintf(text, sizeof(text), "%p", pointer);
-  return text;
 }
 
 TEST(UsedRecordTest, DescriptionHasNoOpeningBrace) {

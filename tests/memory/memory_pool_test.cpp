@@ -14,6 +14,7 @@
 
 #include "memory/pool_lock.h"
 #include "memory/pool_size.h"
+#include "memory/pool_values.h"
 #include "support/captured_output.h"
 #include "support/failing_allocation.h"
 #include "support/leak_check.h"
@@ -22,8 +23,6 @@
 
 namespace qiv::test {
 namespace {
-
-constexpr long long kNever = -1;
 
 class MemoryPoolTest : public LeakCheckedTest {};
 using MemoryPoolDeathTest = MemoryPoolTest;
@@ -178,12 +177,6 @@ std::vector<std::string> Lines(const std::string& text) {
   }
   EXPECT_EQ(start, text.size()) << "the last line is not ended";
   return lines;
-}
-
-std::string PointerText(const void* pointer) {
-  char text[64];
-  std::snprintf(text, sizeof(text), "%p", pointer);
-  return text;
 }
 
 TEST_F(MemoryPoolTest, EachBlockThatIsStillLentIsReportedAtTheEndInOrderOfItsAddress) {

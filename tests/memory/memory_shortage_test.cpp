@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "memory/pool_values.h"
 #include "support/captured_output.h"
 #include "support/failing_allocation.h"
 #include "support/leak_check.h"
@@ -20,10 +21,8 @@
 namespace qiv::test {
 namespace {
 
-constexpr long long kNever = -1;
-constexpr long long kHour = 3600000;
-constexpr unsigned int kBlock = 64;
-constexpr unsigned int kChunk = 1024;
+constexpr unsigned int kBlockSize = 64;
+constexpr unsigned int kChunkSize = 1024;
 
 class MemoryShortageTest : public LeakCheckedTest {
  protected:
@@ -63,7 +62,7 @@ void ExpectThreeBlocks(QIV_HANDLE pool, int nth) {
     EXPECT_NE(nullptr, block) << nth;
     QIV_MemoryPool_Free(pool, block);
   }
-  EXPECT_EQ(3 * kBlock, QIV_MemoryPool_Size(pool)) << nth;
+  EXPECT_EQ(3 * kBlockSize, QIV_MemoryPool_Size(pool)) << nth;
 }
 
 TEST_F(MemoryShortageTest, CreationGivesNoPoolOrOneWithFewerBlocks) {
@@ -72,7 +71,7 @@ TEST_F(MemoryShortageTest, CreationGivesNoPoolOrOneWithFewerBlocks) {
     for (int nth = 1; happened; ++nth) {
       QIV_HANDLE pool = nullptr;
       happened =
-          FailsAt(nth, [&] { pool = QIV_MemoryPool_Create(kBlock, 3, 3, 1, idleTimeout, 0); });
+          FailsAt(nth, [&] { pool = QIV_MemoryPool_Create(kBlockSize, 3, 3, 1, idleTimeout, 0); });
       EXPECT_EQ(nth == 1, pool == nullptr) << nth;
       if (nth == 2) {
         EXPECT_EQ(nullptr, QIV_MemoryPool_Alloc(pool)) << "a pool without an implementation";
@@ -88,20 +87,20 @@ TEST_F(MemoryShortageTest, CreationGivesNoPoolOrOneWithFewerBlocks) {
 }
 
 TEST_F(MemoryShortageTest, BlockIsNotLentAndNothingIsLost) {
-  QIV_MemoryPool pool(kBlock, 1, 4, 1, kNever, 0);
+  QIV_MemoryPool pool(kBlockSize, 1, 4, 1, kNever, 0);
   void* const first = pool.Alloc();
   void* second = nullptr;
   int nth = 1;
   while (FailsAt(nth, [&] { second = pool.Alloc(); })) {
     EXPECT_EQ(nullptr, second) << nth;
-    EXPECT_EQ(kBlock, pool.Size()) << nth;
+    EXPECT_EQ(kBlockSize, pool.Size()) << nth;
     ++nth;
   }
   EXPECT_EQ(5, nth) << "the block, its memory and two nodes can fail";
   EXPECT_NE(nullptr, second);
   pool.Free(first);
   pool.Free(second);
-  EXPECT_EQ(2 * kBlock, pool.IdleSize());
+  EXPECT_EQ(2 * kBlockSize, pool.IdleSize());
 }
 
 TEST_F(MemoryShortageTest, BlockIsTakenBackWithoutItsIdleCheck) {
@@ -109,13 +108,13 @@ TEST_F(MemoryShortageTest, BlockIsTakenBackWithoutItsIdleCheck) {
   int nth = 0;
   while (happened) {
     ++nth;
-    QIV_MemoryPool pool(kBlock, 0, 2, 1, kHour, 0);
+    QIV_MemoryPool pool(kBlockSize, 0, 2, 1, kHour, 0);
     void* const first = pool.Alloc();
     void* const second = pool.Alloc();
     happened = FailsAt(nth, [&] { pool.Free(first); });
-    EXPECT_EQ(kBlock, pool.IdleSize()) << nth;
+    EXPECT_EQ(kBlockSize, pool.IdleSize()) << nth;
     EXPECT_EQ(happened, FailsAt(1, [&] { pool.Free(second); })) << "tries again, " << nth;
-    EXPECT_EQ(2 * kBlock, pool.IdleSize()) << nth;
+    EXPECT_EQ(2 * kBlockSize, pool.IdleSize()) << nth;
   }
   EXPECT_EQ(4, nth) << "the alarm and its two nodes can fail";
 }
@@ -126,12 +125,12 @@ TEST_F(MemoryShortageTest, IdleCheckThatCannotScheduleTheNextOneLeavesThatToALat
   int nth = 0;
   while (happened) {
     ++nth;
-    CRealMemoryPool pool(kBlock, 0, 2, true, kTenSeconds, false);  // its clock does not run
+    CRealMemoryPool pool(kBlockSize, 0, 2, true, kTenSeconds, false);  // its clock does not run
     void* const first = pool.Alloc();
     void* const second = pool.Alloc();
     EXPECT_TRUE(FailsAt(1, [&] { pool.Free(first); })) << "no check is scheduled";
     happened = FailsAt(nth, [&] { pool.OnCheckIdleTimeoutTask(1); });
-    EXPECT_EQ(2 * kBlock, pool.Size()) << nth;
+    EXPECT_EQ(2 * kBlockSize, pool.Size()) << nth;
     EXPECT_EQ(happened, FailsAt(1, [&] { pool.Free(second); })) << nth;
   }
   EXPECT_EQ(4, nth) << "the alarm and its two nodes can fail";
@@ -143,8 +142,8 @@ std::ptrdiff_t CountLines(const std::string& text) {
 
 TEST_F(MemoryShortageTest, PoolsReportAndEndAllTheSame) {
   for (const long long idleTimeout : {kNever, kHour}) {
-    QIV_HANDLE pool = QIV_MemoryPool_Create(kBlock, 1, 3, 1, idleTimeout, 0);
-    QIV_HANDLE tracked = QIV_MemoryPoolEx_Create(1, 3, idleTimeout, 0, kChunk);
+    QIV_HANDLE pool = QIV_MemoryPool_Create(kBlockSize, 1, 3, 1, idleTimeout, 0);
+    QIV_HANDLE tracked = QIV_MemoryPoolEx_Create(1, 3, idleTimeout, 0, kChunkSize);
     QIV_MemoryPool_Free(pool, QIV_MemoryPool_Alloc(pool));
     EXPECT_NE(nullptr, QIV_MemoryPool_Alloc(pool));
     for (int i = 0; i < 3; ++i) EXPECT_NE(nullptr, QIV_MemoryPoolEx_Alloc(tracked, 600));
@@ -167,7 +166,7 @@ TEST_F(MemoryShortageTest, CreationGivesNoTrackedPoolOrOneThatWorks) {
     for (int nth = 1; happened; ++nth) {
       QIV_HANDLE pool = nullptr;
       happened =
-          FailsAt(nth, [&] { pool = QIV_MemoryPoolEx_Create(2, 3, idleTimeout, 0, kChunk); });
+          FailsAt(nth, [&] { pool = QIV_MemoryPoolEx_Create(2, 3, idleTimeout, 0, kChunkSize); });
       EXPECT_EQ(nth == 1, pool == nullptr) << nth;
       void* const pointer = QIV_MemoryPoolEx_Alloc(pool, 10);
       EXPECT_EQ(nth > 2, pointer != nullptr) << nth;
@@ -189,12 +188,12 @@ TEST_F(MemoryShortageTest, NothingIsAllocatedFromATrackedPoolAndOnlyItsRecordKee
     ++nth;
     CapturedOutput output(STDOUT_FILENO);
     {
-      CRealMemoryPoolEx pool(1, 2, kNever, false, kChunk);  // without its initial chunk
+      CRealMemoryPoolEx pool(1, 2, kNever, false, kChunkSize);  // without its initial chunk
       void* pointer = nullptr;
       happened = FailsAt(nth, [&] { pointer = pool.Alloc(100); });
       EXPECT_EQ(happened, pointer == nullptr) << nth;
-      EXPECT_EQ(nth < kRecord ? 0u : kChunk, pool.Size()) << nth;
-      EXPECT_EQ(happened ? 0u : kChunk - 100, pool.IdleSize()) << nth;
+      EXPECT_EQ(nth < kRecord ? 0u : kChunkSize, pool.Size()) << nth;
+      EXPECT_EQ(happened ? 0u : kChunkSize - 100, pool.IdleSize()) << nth;
       pool.Free(pointer);
       void* const next = pool.Alloc(100);
       EXPECT_NE(nullptr, next) << nth;
@@ -212,16 +211,16 @@ TEST_F(MemoryShortageTest, AllocationOfATrackedPoolIsFreedAllTheSame) {
   int nth = 0;
   while (happened) {
     ++nth;
-    QIV_MemoryPoolEx pool(1, 3, kHour, 0, kChunk);
+    QIV_MemoryPoolEx pool(1, 3, kHour, 0, kChunkSize);
     void* const first = pool.Alloc(600);
     void* const second = pool.Alloc(600);
     happened = FailsAt(nth, [&] { pool.Free(first); });  // its chunk returns
-    EXPECT_EQ(2 * kChunk - 600, pool.IdleSize()) << nth;
+    EXPECT_EQ(2 * kChunkSize - 600, pool.IdleSize()) << nth;
     pool.Free(second);
-    void* const whole = pool.Alloc(kChunk);
+    void* const whole = pool.Alloc(kChunkSize);
     EXPECT_NE(nullptr, whole) << nth;
     pool.Free(whole);
-    EXPECT_EQ(2 * kChunk, pool.IdleSize()) << nth;
+    EXPECT_EQ(2 * kChunkSize, pool.IdleSize()) << nth;
   }
   EXPECT_EQ(5, nth) << "the alarm of the check, its two nodes and the place of the record can fail";
 }

@@ -9,14 +9,13 @@
 #include <random>
 #include <vector>
 
+#include "memory/pool_values.h"
 #include "support/failing_allocation.h"
 #include "support/leak_check.h"
 
 namespace qiv::test {
 namespace {
 
-constexpr long long kNever = -1;
-constexpr long long kHour = 3600000;
 constexpr std::size_t kLive = 3000;
 constexpr int kRounds = 20;
 

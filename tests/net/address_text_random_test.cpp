@@ -22,9 +22,9 @@ namespace {
 constexpr unsigned int kSeed = 20240611;
 constexpr int kRounds = 50000;
 
-constexpr std::size_t kBufferSize = 64;
+constexpr std::size_t kTextSize = 64;
 
-using Bytes = std::vector<int>;
+using Units = std::vector<int>;
 using Address = std::array<unsigned char, 16>;
 
 std::vector<std::string> Split(const std::string& text, char separator) {
@@ -39,9 +39,9 @@ std::vector<std::string> Split(const std::string& text, char separator) {
   return fields;
 }
 
-std::optional<Bytes> ModelReadIpv4(const std::string& text) {
+std::optional<Units> ModelReadIpv4(const std::string& text) {
   if (text.find_first_not_of("0123456789.") != std::string::npos) return std::nullopt;
-  Bytes bytes;
+  Units bytes;
   for (const std::string& part : Split(text, '.')) {
     if (part.empty()) return std::nullopt;
     const auto digits = part.find_first_not_of('0');
@@ -63,10 +63,10 @@ int LongestDigitRun(const std::string& text) {
   return longest;
 }
 
-std::optional<Bytes> ModelReadField(const std::string& field) {
+std::optional<Units> ModelReadField(const std::string& field) {
   if (field.size() <= 4 && field.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos) {
     const int word = std::stoi(field, nullptr, 16);
-    return Bytes{word / 256, word % 256};
+    return Units{word / 256, word % 256};
   }
   int n[4];
   if (field.size() < 7 || field.size() > 15) return std::nullopt;
@@ -78,18 +78,18 @@ std::optional<Bytes> ModelReadField(const std::string& field) {
   for (const int number : n) {
     if (number < 0 || number > 255) return std::nullopt;
   }
-  return Bytes{n[0], n[1], n[2], n[3]};
+  return Units{n[0], n[1], n[2], n[3]};
 }
 
-std::optional<Bytes> ModelReadIpv6(const std::string& text) {
+std::optional<Units> ModelReadIpv6(const std::string& text) {
   std::string work;
   for (const char c : text.substr(0, 255)) {
     if (std::strchr(" \t\n\v\f\r", c) == nullptr) work += c;
   }
   const std::vector<std::string> fields = Split(work, ':');
   if (fields.size() > 10) return std::nullopt;
-  Bytes before;
-  Bytes after;
+  Units before;
+  Units after;
   bool gap = false;
   for (std::size_t i = 0; i < fields.size(); ++i) {
     if (fields[i].empty()) {
@@ -100,7 +100,7 @@ std::optional<Bytes> ModelReadIpv6(const std::string& text) {
     }
     const auto bytes = ModelReadField(fields[i]);
     if (!bytes) return std::nullopt;
-    Bytes& target = gap ? after : before;
+    Units& target = gap ? after : before;
     target.insert(target.end(), bytes->begin(), bytes->end());
   }
   const std::size_t size = before.size() + after.size();
@@ -110,7 +110,7 @@ std::optional<Bytes> ModelReadIpv6(const std::string& text) {
   return before;
 }
 
-std::optional<Bytes> ModelRead(const std::string& text) {
+std::optional<Units> ModelRead(const std::string& text) {
   return text.find(':') == std::string::npos ? ModelReadIpv4(text) : ModelReadIpv6(text);
 }
 
@@ -149,7 +149,7 @@ std::string ModelBuffer(int family, const std::string& text, unsigned int size) 
   const bool isPadded = family == AF_INET || isPlainIpv6;
   std::string buffer = fits ? text : "";
   if (fits && isPadded) buffer.resize(size, '\0');
-  buffer.resize(kBufferSize, '#');
+  buffer.resize(kTextSize, '#');
   return buffer;
 }
 
@@ -241,10 +241,10 @@ TEST_F(RandomAddressTextTest, ReadingAgreesWithTheModelAndWritesNothingElse) {
     unsigned char out[18];
     std::memset(out, 0xAA, sizeof(out));
     ASSERT_EQ(wanted ? 0 : -1, QIV_InetPton(text.c_str(), out)) << '"' << text << '"';
-    Bytes expected = wanted.value_or(Bytes{});
+    Units expected = wanted.value_or(Units{});
     accepted += wanted ? 1 : 0;
     expected.resize(sizeof(out), 0xAA);
-    ASSERT_EQ(expected, Bytes(out, out + sizeof(out))) << '"' << text << '"';
+    ASSERT_EQ(expected, Units(out, out + sizeof(out))) << '"' << text << '"';
   }
   EXPECT_GT(accepted, rounds / 10) << "the texts no longer try the accepting paths";
   EXPECT_LT(accepted, rounds * 9 / 10) << "the texts no longer try the refusing paths";
@@ -274,7 +274,7 @@ TEST_F(RandomAddressTextTest, WritingAgreesWithTheModelAtEverySize) {
     const std::string text =
         family == AF_INET ? ModelWriteIpv4(bytes.data()) : ModelWriteIpv6(bytes.data());
     const std::string wanted = ModelBuffer(family, text, size);
-    std::string buffer(kBufferSize, '#');
+    std::string buffer(kTextSize, '#');
     char* const result = QIV_InetNtop(family, bytes.data(), &buffer[0], size);
     ASSERT_EQ(wanted, buffer) << text << ", size " << size;
     ASSERT_EQ(wanted[0] == '#' ? nullptr : &buffer[0], result) << text << ", size " << size;
@@ -284,7 +284,7 @@ TEST_F(RandomAddressTextTest, WritingAgreesWithTheModelAtEverySize) {
 TEST_F(RandomAddressTextTest, WhatIsWrittenReadsBackToTheSameAddress) {
   for (int round = qiv::test::ScaledLoad(kRounds); round > 0; --round) {
     const Address bytes = RandomAddress();
-    char text[kBufferSize] = {};
+    char text[kTextSize] = {};
     ASSERT_EQ(text, QIV_InetNtop(AF_INET6, bytes.data(), text, sizeof(text)));
     if (std::strchr(text, ':') == nullptr) continue;  // the embedded form is IPv4 from then on
     Address back = {};

@@ -21,7 +21,7 @@ std::array<unsigned char, 16> ToBytes(const Words& words) {
   return bytes;
 }
 
-std::array<unsigned char, 16> Untouched() {
+std::array<unsigned char, 16> UntouchedBytes() {
   std::array<unsigned char, 16> bytes;
   bytes.fill(0xAA);
   return bytes;
@@ -38,8 +38,8 @@ std::ostream& operator<<(std::ostream& out, const Ipv4Case& row) { return out <<
 class Ipv4TextTest : public ::testing::TestWithParam<Ipv4Case> {};
 
 TEST_P(Ipv4TextTest, IsReadIntoFourBytes) {
-  auto out = Untouched();
-  auto wanted = Untouched();
+  auto out = UntouchedBytes();
+  auto wanted = UntouchedBytes();
   std::memcpy(wanted.data(), GetParam().bytes.data(), GetParam().bytes.size());
   EXPECT_EQ(0, QIV_InetPton(GetParam().text, out.data()));
   EXPECT_EQ(wanted, out);
@@ -55,9 +55,9 @@ INSTANTIATE_TEST_SUITE_P(
 class RefusedTextTest : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(RefusedTextTest, WritesNothing) {
-  auto out = Untouched();
+  auto out = UntouchedBytes();
   EXPECT_EQ(-1, QIV_InetPton(GetParam().c_str(), out.data()));
-  EXPECT_EQ(Untouched(), out);
+  EXPECT_EQ(UntouchedBytes(), out);
 }
 
 INSTANTIATE_TEST_SUITE_P(Ipv4, RefusedTextTest,
@@ -87,7 +87,7 @@ std::ostream& operator<<(std::ostream& out, const Ipv6Case& row) { return out <<
 class Ipv6TextTest : public ::testing::TestWithParam<Ipv6Case> {};
 
 TEST_P(Ipv6TextTest, IsReadIntoSixteenBytes) {
-  auto out = Untouched();
+  auto out = UntouchedBytes();
   EXPECT_EQ(0, QIV_InetPton(GetParam().text.c_str(), out.data()));
   EXPECT_EQ(ToBytes(GetParam().words), out);
 }
@@ -142,10 +142,10 @@ INSTANTIATE_TEST_SUITE_P(
                       Ipv6Case{"::" + std::string(1000, ' ') + ":::::::::", {}}));
 
 TEST(AddressTextTest, LongTextWithoutAColonInItsFirst255CharactersIsRefused) {
-  auto out = Untouched();
+  auto out = UntouchedBytes();
   EXPECT_EQ(-1, QIV_InetPton((std::string(255, ' ') + "::1").c_str(), out.data()));
   EXPECT_EQ(-1, QIV_InetPton((std::string(100000, '1') + ":").c_str(), out.data()));
-  EXPECT_EQ(Untouched(), out);
+  EXPECT_EQ(UntouchedBytes(), out);
 }
 
 TEST(AddressTextTest, ReadingRefusesNull) {

@@ -30,7 +30,7 @@ NetlinkMessage Link(int interface, std::uint16_t type = RTM_NEWLINK,
   return message;
 }
 
-NetlinkMessage Address(unsigned int interface, unsigned char family = AF_INET6) {
+NetlinkMessage AddressOfInterface(unsigned int interface, unsigned char family = AF_INET6) {
   ifaddrmsg address = {};
   address.ifa_family = family;
   address.ifa_index = interface;
@@ -92,7 +92,7 @@ TEST(NetlinkReplyTest, LinksOfAllMessagesAreTaken) {
 }
 
 TEST(NetlinkReplyTest, Ipv6AddressesAreTaken) {
-  const auto taken = TakeAddresses(Address(9).AddAttribute(IFA_ADDRESS, kIpv6).Bytes());
+  const auto taken = TakeAddresses(AddressOfInterface(9).AddAttribute(IFA_ADDRESS, kIpv6).Bytes());
   EXPECT_TRUE(taken.goesOn);
   ASSERT_EQ(1u, taken.table.count);
   EXPECT_EQ(9u, taken.table.entries[0].interface);
@@ -102,7 +102,7 @@ TEST(NetlinkReplyTest, Ipv6AddressesAreTaken) {
 TEST(NetlinkReplyTest, OfAPointToPointLinkThePeersAddressIsTaken) {
   const std::string local = "fedcba9876543210";
   const std::string bytes =
-      Address(9).AddAttribute(IFA_LOCAL, local).AddAttribute(IFA_ADDRESS, kIpv6).Bytes();
+      AddressOfInterface(9).AddAttribute(IFA_LOCAL, local).AddAttribute(IFA_ADDRESS, kIpv6).Bytes();
   const auto taken = TakeAddresses(bytes);
   ASSERT_EQ(1u, taken.table.count);
   EXPECT_EQ(kIpv6, TextOf(taken.table.entries[0]));
@@ -131,9 +131,9 @@ TEST(NetlinkReplyTest, MessagesOfOtherKindsAreLeftOut) {
   const std::string gone = Link(4, RTM_DELLINK).AddAttribute(IFLA_ADDRESS, kMac).FilledBytes();
   EXPECT_EQ(0u, TakeLinks(gone).table.count);
   EXPECT_EQ(0u, TakeAddresses(LinkBytes(4)).table.count);
-  const std::string address = Address(4).AddAttribute(IFA_ADDRESS, kIpv6).Bytes();
+  const std::string address = AddressOfInterface(4).AddAttribute(IFA_ADDRESS, kIpv6).Bytes();
   EXPECT_EQ(0u, TakeLinks(address).table.count);
-  const std::string ipv4 = Address(4, AF_INET).AddAttribute(IFA_ADDRESS, kIpv6).Bytes();
+  const std::string ipv4 = AddressOfInterface(4, AF_INET).AddAttribute(IFA_ADDRESS, kIpv6).Bytes();
   EXPECT_EQ(0u, TakeAddresses(ipv4).table.count);
 }
 
@@ -152,7 +152,7 @@ TEST(NetlinkReplyTest, AddressesThatAreTooShortAreLeftOut) {
     EXPECT_EQ(5u, taken.table.entries[0].interface) << length;
   }
   for (const std::size_t length : {0u, 4u, 15u}) {
-    const auto message = Address(3).AddAttribute(IFA_ADDRESS, kIpv6.substr(0, length));
+    const auto message = AddressOfInterface(3).AddAttribute(IFA_ADDRESS, kIpv6.substr(0, length));
     EXPECT_EQ(0u, TakeAddresses(message.Bytes()).table.count) << length;
   }
 }
@@ -167,8 +167,9 @@ TEST(NetlinkReplyTest, What17thAndLaterAddressesSayIsDroppedAndTheDumpGoesOn) {
   std::string addresses;
   for (int i = 0; i < 20; ++i) {
     bytes += LinkBytes(i);
-    addresses +=
-        Address(static_cast<unsigned int>(i)).AddAttribute(IFA_ADDRESS, kIpv6).FilledBytes();
+    addresses += AddressOfInterface(static_cast<unsigned int>(i))
+                     .AddAttribute(IFA_ADDRESS, kIpv6)
+                     .FilledBytes();
   }
   const auto taken = TakeLinks(bytes);
   EXPECT_TRUE(taken.goesOn);

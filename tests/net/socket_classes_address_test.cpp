@@ -14,16 +14,20 @@
 #include <type_traits>
 #include <vector>
 
+#include "net/socket_classes_support.h"
 #include "support/leak_check.h"
 
 namespace {
 
 using qiv::qiv_net_addr;
 using qiv::qiv_net_utils;
+using qiv::test::Family;
+using qiv::test::SystemAddress;
+using qiv::test::Text;
 
 constexpr std::size_t kAddressOffset = sizeof(void*);
 
-sockaddr_in SystemAddress(const char* host, unsigned short port, sa_family_t family = AF_INET) {
+sockaddr_in AddressWith(const char* host, unsigned short port, sa_family_t family = AF_INET) {
   sockaddr_in address = {};
   address.sin_family = family;
   address.sin_port = htons(port);
@@ -31,24 +35,10 @@ sockaddr_in SystemAddress(const char* host, unsigned short port, sa_family_t fam
   return address;
 }
 
-sockaddr_in SystemAddress(const qiv_net_addr& address) {
-  sockaddr_in system;
-  std::memset(&system, 0xAA, sizeof(system));
-  EXPECT_EQ(0, address.get_addr(system));
-  return system;
-}
-
 bool IsZeroFilled(const sockaddr_in& address) {
   const std::vector<unsigned char> zeros(sizeof(address.sin_zero));
   return std::memcmp(address.sin_zero, zeros.data(), zeros.size()) == 0;
 }
-
-/** "host port", read member by member. */
-std::string Text(const qiv_net_addr& address) {
-  return std::string(address.get_host()) + " " + std::to_string(address.get_port());
-}
-
-sa_family_t Family(const qiv_net_addr& address) { return SystemAddress(address).sin_family; }
 
 class NetAddrTest : public qiv::test::LeakCheckedTest {};
 
@@ -59,7 +49,7 @@ TEST_F(NetAddrTest, ObjectIsAVirtualTableAndTheSocketAddress) {
   EXPECT_EQ(sizeof(void*) + 16, sizeof(qiv_net_addr));
   const qiv_net_addr address(0x1234, "1.2.3.4");
   const auto* const bytes = reinterpret_cast<const unsigned char*>(&address) + kAddressOffset;
-  const sockaddr_in system = SystemAddress("1.2.3.4", 0x1234);
+  const sockaddr_in system = AddressWith("1.2.3.4", 0x1234);
   EXPECT_EQ(0, std::memcmp(&system, bytes, sizeof(system)));
 }
 
@@ -118,7 +108,7 @@ TEST_F(NetAddrTest, ConstructorIsKeptToTakeAnyPortModulo65536) {
 }
 
 TEST_F(NetAddrTest, ConstructorCopiesASocketAddressAndItsFill) {
-  sockaddr_in system = SystemAddress("1.2.3.4", 5);
+  sockaddr_in system = AddressWith("1.2.3.4", 5);
   system.sin_zero[7] = 9;
   const sockaddr_in copy = SystemAddress(qiv_net_addr(system));
   EXPECT_EQ(0, std::memcmp(&system, &copy, sizeof(copy)));
@@ -126,13 +116,13 @@ TEST_F(NetAddrTest, ConstructorCopiesASocketAddressAndItsFill) {
 
 TEST_F(NetAddrTest, EveryConstructorSetsTheFamily2) {
   qiv_net_addr other;
-  ASSERT_EQ(0, other.set_addr(SystemAddress("1.2.3.4", 5, AF_INET6)));
+  ASSERT_EQ(0, other.set_addr(AddressWith("1.2.3.4", 5, AF_INET6)));
   ASSERT_EQ(AF_INET6, Family(other));
   const char* const noText = nullptr;
   EXPECT_EQ(2, Family(qiv_net_addr()));
   EXPECT_EQ(2, Family(qiv_net_addr(other)));
   EXPECT_EQ(2, Family(qiv_net_addr(5, "1.2.3.4")));
-  EXPECT_EQ(2, Family(qiv_net_addr(SystemAddress("1.2.3.4", 5, AF_INET6))));
+  EXPECT_EQ(2, Family(qiv_net_addr(AddressWith("1.2.3.4", 5, AF_INET6))));
   EXPECT_EQ(2, Family(qiv_net_addr("1.2.3.4:5")));
   EXPECT_EQ(2, Family(qiv_net_addr(noText)));
 }
@@ -165,7 +155,7 @@ TEST_F(NetAddrTest, CopyAndAssignmentCopyTheSocketAddress) {
 }
 
 TEST_F(NetAddrTest, AssignmentCopiesTheFamilyAndTheFillToo) {
-  sockaddr_in system = SystemAddress("1.2.3.4", 5, AF_INET6);
+  sockaddr_in system = AddressWith("1.2.3.4", 5, AF_INET6);
   system.sin_zero[0] = 1;
   qiv_net_addr source;
   ASSERT_EQ(0, source.set_addr(system));
@@ -185,7 +175,7 @@ TEST_F(NetAddrTest, SelfAssignmentDoesNothing) {
 // Equality.
 
 TEST_F(NetAddrTest, EqualityComparesFamilyPortAndAddressOnly) {
-  const sockaddr_in system = SystemAddress("10.1.2.3", 8000);
+  const sockaddr_in system = AddressWith("10.1.2.3", 8000);
   sockaddr_in filled = system;
   std::memset(filled.sin_zero, 0xFF, sizeof(filled.sin_zero));
   const qiv_net_addr address(system);
@@ -193,7 +183,7 @@ TEST_F(NetAddrTest, EqualityComparesFamilyPortAndAddressOnly) {
   EXPECT_FALSE(address != qiv_net_addr(filled));
 
   qiv_net_addr otherFamily;
-  ASSERT_EQ(0, otherFamily.set_addr(SystemAddress("10.1.2.3", 8000, AF_INET6)));
+  ASSERT_EQ(0, otherFamily.set_addr(AddressWith("10.1.2.3", 8000, AF_INET6)));
   for (const qiv_net_addr& other : {qiv_net_addr("10.1.2.4:8000"), qiv_net_addr("10.1.2.3:8001")}) {
     EXPECT_FALSE(address == other);
     EXPECT_TRUE(address != other);
@@ -281,7 +271,7 @@ TEST_F(NetAddrTest, SetPortTakes0To65535) {
 
 TEST_F(NetAddrTest, SetAddrCopiesASocketAddressWithItsFamily) {
   qiv_net_addr address;
-  const sockaddr_in system = SystemAddress("1.2.3.4", 5, AF_UNIX);
+  const sockaddr_in system = AddressWith("1.2.3.4", 5, AF_UNIX);
   EXPECT_EQ(0, address.set_addr(system));
   const sockaddr_in copy = SystemAddress(address);
   EXPECT_EQ(0, std::memcmp(&system, &copy, sizeof(copy)));

@@ -22,6 +22,7 @@ using qiv::qiv_net_addr;
 using qiv::qiv_sock_utils;
 using qiv::test::BoundSocket;
 using qiv::test::EndpointOf;
+using qiv::test::IsNonBlocking;
 using qiv::test::kLongMs;
 using qiv::test::kNoLimit;
 using qiv::test::Listener;
@@ -31,10 +32,6 @@ using qiv::test::Stopwatch;
 using qiv::test::TcpSocket;
 
 Socket NonBlockingSocket() { return {AF_INET, SOCK_STREAM | SOCK_NONBLOCK}; }
-
-bool IsNonBlocking(const Socket& socket) {
-  return (fcntl(socket.Get(), F_GETFL) & O_NONBLOCK) != 0;
-}
 
 class SockUtilsConnectTest : public qiv::test::LeakCheckedTest {};
 

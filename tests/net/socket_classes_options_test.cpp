@@ -17,6 +17,7 @@ namespace {
 
 using qiv::qiv_net_addr;
 using qiv::qiv_sock_utils;
+using qiv::test::IsNonBlocking;
 using qiv::test::Socket;
 using qiv::test::TcpSocket;
 using qiv::test::UdpSocket;
@@ -27,10 +28,6 @@ Value Option(const Socket& socket, int level, int name) {
   socklen_t length = sizeof(value);
   EXPECT_EQ(0, getsockopt(socket.Get(), level, name, &value, &length));
   return value;
-}
-
-bool IsNonBlocking(const Socket& socket) {
-  return (fcntl(socket.Get(), F_GETFL) & O_NONBLOCK) != 0;
 }
 
 class SockUtilsOptionsTest : public qiv::test::LeakCheckedTest {};

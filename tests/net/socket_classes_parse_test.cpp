@@ -10,12 +10,15 @@
 #include <sstream>
 #include <string>
 
+#include "net/socket_classes_support.h"
 #include "support/failing_allocation.h"
 #include "support/leak_check.h"
 
 namespace {
 
 using qiv::qiv_net_addr;
+using qiv::test::Family;
+using qiv::test::Text;
 
 // Every text is read into this endpoint, which has another family.
 sockaddr_in EndpointBefore() {
@@ -24,17 +27,6 @@ sockaddr_in EndpointBefore() {
   system.sin_port = htons(9);
   system.sin_addr.s_addr = inet_addr("9.9.9.9");
   return system;
-}
-
-/** "host port", read member by member. */
-std::string Text(const qiv_net_addr& address) {
-  return std::string(address.get_host()) + " " + std::to_string(address.get_port());
-}
-
-sa_family_t Family(const qiv_net_addr& address) {
-  sockaddr_in system = {};
-  EXPECT_EQ(0, address.get_addr(system));
-  return system.sin_family;
 }
 
 class NetAddrParseTest : public qiv::test::LeakCheckedTest {};

@@ -35,12 +35,12 @@ using qiv::test::Stopwatch;
 using qiv::test::TcpPair;
 using std::chrono::milliseconds;
 
-constexpr unsigned int kBufferSize = 128 * 1024;
+constexpr unsigned int kSmallBuffer = 128 * 1024;
 
 int Size(const std::string& bytes) { return static_cast<int>(bytes.size()); }
 
 /** Far more than the buffers of both ends take together. */
-std::string MuchData() { return qiv::test::Pattern(32 * kBufferSize, 7); }
+std::string MuchData() { return qiv::test::Pattern(32 * kSmallBuffer, 7); }
 
 /** The system's reaction to SIGPIPE, which ends the process, as long as this lives. */
 class DefaultSigpipe {
@@ -124,7 +124,7 @@ class SockUtilsTransferTest : public qiv::test::LeakCheckedTest {
     m_near = m_pair->first.Get();
     m_far = m_pair->second.Get();
     for (const int end : {m_near, m_far}) {
-      ASSERT_EQ(0, QIV_SetBuffSize(end, kBufferSize, kBufferSize));
+      ASSERT_EQ(0, QIV_SetBuffSize(end, kSmallBuffer, kSmallBuffer));
       ASSERT_EQ(0, qiv_sock_utils::set_nonblock(end, 1));
     }
   }
@@ -150,7 +150,7 @@ class SockUtilsTransferTest : public qiv::test::LeakCheckedTest {
   }
 
   void TakeSomeAtTheFarEnd() const {
-    std::string bytes(kBufferSize / 2, '\0');
+    std::string bytes(kSmallBuffer / 2, '\0');
     ::recv(m_far, bytes.data(), bytes.size(), MSG_DONTWAIT);
   }
 

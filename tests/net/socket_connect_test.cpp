@@ -27,18 +27,14 @@ namespace {
 
 using qiv::test::AddressOf;
 using qiv::test::BoundSocket;
+using qiv::test::IsNonBlocking;
+using qiv::test::kLongTimeOutMs;
 using qiv::test::Listener;
 using qiv::test::Loopback;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
 using qiv::test::TcpPair;
-
-constexpr unsigned int kLongMs = 15000;
-
-bool IsNonBlocking(const Socket& socket) {
-  return (fcntl(socket.Get(), F_GETFL) & O_NONBLOCK) != 0;
-}
 
 class ConnectTest : public qiv::test::LeakCheckedTest {};
 
@@ -54,7 +50,7 @@ TEST_F(ConnectTest, WithALimitLeavesTheSocketBlocking) {
     const Socket listener = Listener(family);
     const QIV_ADDR_T target = AddressOf(listener);
     const Socket client(family, SOCK_STREAM);
-    EXPECT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs)) << family;
+    EXPECT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongTimeOutMs)) << family;
     EXPECT_FALSE(IsNonBlocking(client)) << family;
   }
 }
@@ -86,7 +82,7 @@ TEST_F(ConnectTest, ToAPortWithoutAListenerIsRefusedAndTheSocketBlocksAgain) {
   const QIV_ADDR_T target = AddressOf(taken);
   const Socket client(AF_INET, SOCK_STREAM);
   errno = 0;
-  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &target, kLongTimeOutMs));
   EXPECT_EQ(ECONNREFUSED, errno);
   EXPECT_FALSE(IsNonBlocking(client));
 }
@@ -122,9 +118,9 @@ TEST_F(ConnectTest, WhoseWaitReportsAnythingButRoomIsATimeOutAndTheSocketBlocksA
   close(ends[1]);  // the read end reports a hang-up, and never room to write
   const Stopwatch time;
   errno = 0;
-  EXPECT_EQ(-1, qiv::net::FinishConnection(readEnd.Get(), kLongMs));
+  EXPECT_EQ(-1, qiv::net::FinishConnection(readEnd.Get(), kLongTimeOutMs));
   EXPECT_EQ(ETIMEDOUT, errno);
-  EXPECT_LT(time.Milliseconds(), kLongMs);
+  EXPECT_LT(time.Milliseconds(), kLongTimeOutMs);
   EXPECT_FALSE(IsNonBlocking(readEnd));
 }
 
@@ -182,7 +178,7 @@ TEST_F(FullListenerTest, ConnectWhoseWaitFailsReportsWhyAndTheSocketBlocksAgain)
   const Socket client(AF_INET, SOCK_STREAM);
   const qiv::test::NoDescriptorLimit noDescriptors;
   errno = 0;
-  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &m_target, kLongMs));
+  EXPECT_EQ(-1, QIV_ConnectWithTimeOut(client.Get(), &m_target, kLongTimeOutMs));
   EXPECT_EQ(EINVAL, errno);
   EXPECT_FALSE(IsNonBlocking(client));
 }
@@ -192,7 +188,7 @@ TEST_F(FullListenerTest, ConnectStandsWhenTheQueueDrainsInTime) {
   qiv::test::Latch connecting;
   auto result = RunInThread([&] {
     connecting.Open();
-    return QIV_ConnectWithTimeOut(client.Get(), &m_target, kLongMs);
+    return QIV_ConnectWithTimeOut(client.Get(), &m_target, kLongTimeOutMs);
   });
   ASSERT_TRUE(connecting.Wait());
   std::vector<Socket> accepted;

@@ -29,6 +29,8 @@ namespace {
 using qiv::test::AddressOf;
 using qiv::test::BoundSocket;
 using qiv::test::CapturedOutput;
+using qiv::test::IsNonBlocking;
+using qiv::test::kLongTimeOutMs;
 using qiv::test::Listener;
 using qiv::test::Loopback;
 using qiv::test::PreferredFamily;
@@ -37,16 +39,10 @@ using qiv::test::Socket;
 using qiv::test::Stopwatch;
 using qiv::test::TcpPair;
 
-constexpr unsigned int kLongMs = 15000;
-
 int IntOption(int socket, int level, int option) {
   int value = -1;
   socklen_t length = sizeof(value);
   return getsockopt(socket, level, option, &value, &length) == 0 ? value : -1;
-}
-
-bool IsNonBlocking(const Socket& socket) {
-  return (fcntl(socket.Get(), F_GETFL) & O_NONBLOCK) != 0;
 }
 
 class SocketTest : public qiv::test::LeakCheckedTest {};
@@ -128,9 +124,9 @@ TEST_F(SocketTest, CreateDualGivesAnIpv6SocketThatAcceptsIpv4) {
   const QIV_ADDR_T bound = AddressOf(created);
   const QIV_ADDR_T target = Loopback(AF_INET, QIV_GetAddrPort(&bound));
   const Socket client(AF_INET, SOCK_STREAM);
-  ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
+  ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongTimeOutMs));
   QIV_ADDR_T peer;
-  const Socket accepted(QIV_Accept(created.Get(), &peer, kLongMs));
+  const Socket accepted(QIV_Accept(created.Get(), &peer, kLongTimeOutMs));
   ASSERT_NE(-1, accepted.Get());
   EXPECT_STREQ("127.0.0.1", QIV_GetAddrString(&peer));
 }
@@ -271,9 +267,9 @@ TEST_F(SocketTest, AcceptTakesAPendingConnectionAndThePeer) {
     const Socket listener = Listener(family);
     const QIV_ADDR_T target = AddressOf(listener);
     const Socket client(family, SOCK_STREAM);
-    ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongMs));
+    ASSERT_EQ(0, QIV_ConnectWithTimeOut(client.Get(), &target, kLongTimeOutMs));
     QIV_ADDR_T peer = {};
-    const Socket accepted(QIV_Accept(listener.Get(), &peer, kLongMs));
+    const Socket accepted(QIV_Accept(listener.Get(), &peer, kLongTimeOutMs));
     ASSERT_NE(-1, accepted.Get());
     const QIV_ADDR_T local = AddressOf(client);
     EXPECT_EQ(family, QIV_GetAddrType(&peer));
@@ -282,7 +278,7 @@ TEST_F(SocketTest, AcceptTakesAPendingConnectionAndThePeer) {
 }
 
 TEST_F(SocketTest, AcceptWaitsForAConnectionWithALimitAndWithout) {
-  for (const unsigned int ms : {kLongMs, QIV_INFINITE}) {
+  for (const unsigned int ms : {kLongTimeOutMs, QIV_INFINITE}) {
     const Socket listener = Listener();
     const QIV_ADDR_T target = AddressOf(listener);
     const Socket client(AF_INET, SOCK_STREAM);
@@ -301,8 +297,8 @@ TEST_F(SocketTest, AcceptWaitsForAConnectionWithALimitAndWithout) {
 TEST_F(SocketTest, AcceptOnASocketThatDoesNotListenFails) {
   const Socket idle(AF_INET, SOCK_STREAM);
   errno = 0;
-  EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, kLongMs));  // ready, but not to read
-  EXPECT_EQ(0, errno);                                      // so the system is not asked
+  EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, kLongTimeOutMs));  // ready, but not to read
+  EXPECT_EQ(0, errno);                                             // so the system is not asked
   EXPECT_EQ(-1, QIV_Accept(idle.Get(), nullptr, QIV_INFINITE));
   EXPECT_EQ(EINVAL, errno);
 }
@@ -311,7 +307,7 @@ TEST_F(SocketTest, AcceptFailsWhenTheWaitFails) {
   const Socket listener = Listener();
   const qiv::test::NoDescriptorLimit noDescriptors;
   errno = 0;
-  EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, kLongMs));
+  EXPECT_EQ(-1, QIV_Accept(listener.Get(), nullptr, kLongTimeOutMs));
   EXPECT_EQ(EINVAL, errno);
 }
 

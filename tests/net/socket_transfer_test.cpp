@@ -27,13 +27,13 @@ namespace {
 using qiv::test::AddressOf;
 using qiv::test::BoundSocket;
 using qiv::test::InterruptingSignals;
+using qiv::test::kLongTimeOutMs;
 using qiv::test::NoDescriptorLimit;
 using qiv::test::RunInThread;
 using qiv::test::Socket;
 using qiv::test::Stopwatch;
 using qiv::test::TcpPair;
 
-constexpr unsigned int kLongMs = 15000;
 constexpr unsigned int kTooLong = 0x80000000U;
 constexpr unsigned int kBufferSize = 128 * 1024;
 
@@ -133,7 +133,7 @@ TEST_F(SocketTransferTest, SendToABrokenConnectionRaisesNoSignal) {
   errno = 0;
   EXPECT_EQ(-1, QIV_Send(m_near, "x", 1));
   EXPECT_EQ(EPIPE, errno);
-  EXPECT_EQ(0, QIV_Sendn(m_near, "x", 1, kLongMs));
+  EXPECT_EQ(0, QIV_Sendn(m_near, "x", 1, kLongTimeOutMs));
   ASSERT_EQ(0, sigaction(SIGPIPE, &saved, nullptr));
 }
 
@@ -167,7 +167,7 @@ TEST_F(SocketTransferTest, DatagramWithoutARecordUsesTheConnectionAndAsksNoSourc
 
 TEST_F(SocketTransferTest, IoctlPassesRequestAndArgument) {
   ASSERT_EQ(5, QIV_Send(m_near, "hello", 5));
-  ASSERT_EQ(1, QIV_RecvWithTimeOut(m_far, m_buffer, 1, kLongMs));
+  ASSERT_EQ(1, QIV_RecvWithTimeOut(m_far, m_buffer, 1, kLongTimeOutMs));
   int waiting = 0;
   EXPECT_EQ(0, QIV_Ioctl(m_far, FIONREAD, reinterpret_cast<unsigned long>(&waiting)));
   EXPECT_EQ(4, waiting);
@@ -177,10 +177,10 @@ TEST_F(SocketTransferTest, IoctlPassesRequestAndArgument) {
 
 TEST_F(SocketTransferTest, RecvWithTimeOutGivesWhatIsThere) {
   ASSERT_EQ(5, QIV_Send(m_near, "hello", 5));
-  for (const unsigned int ms : {kLongMs, 0U, QIV_INFINITE}) {
+  for (const unsigned int ms : {kLongTimeOutMs, 0U, QIV_INFINITE}) {
     EXPECT_EQ(1, QIV_RecvWithTimeOut(m_far, m_buffer, 1, ms));
   }
-  EXPECT_EQ(2, QIV_RecvWithTimeOut(m_far, m_buffer, sizeof(m_buffer), kLongMs));
+  EXPECT_EQ(2, QIV_RecvWithTimeOut(m_far, m_buffer, sizeof(m_buffer), kLongTimeOutMs));
 }
 
 TEST_F(SocketTransferTest, RecvWithTimeOutGivesZeroWhenTheTimeRunsOut) {
@@ -192,25 +192,25 @@ TEST_F(SocketTransferTest, RecvWithTimeOutGivesZeroWhenTheTimeRunsOut) {
 
 TEST_F(SocketTransferTest, RecvWithTimeOutGivesMinusOneWhenThePeerHasClosed) {
   CloseFar();
-  EXPECT_EQ(-1, QIV_RecvWithTimeOut(m_near, m_buffer, sizeof(m_buffer), kLongMs));
+  EXPECT_EQ(-1, QIV_RecvWithTimeOut(m_near, m_buffer, sizeof(m_buffer), kLongTimeOutMs));
 }
 
 TEST_F(SocketTransferTest, RecvWithTimeOutFailsOnAnErrorOrAHangUp) {
   errno = 0;
-  EXPECT_EQ(-1, QIV_RecvWithTimeOut(1 << 20, m_buffer, 1, kLongMs));
+  EXPECT_EQ(-1, QIV_RecvWithTimeOut(1 << 20, m_buffer, 1, kLongTimeOutMs));
   EXPECT_EQ(0, errno);
   const Socket idle(AF_INET, SOCK_STREAM);  // reports a hang-up, but nothing to read
   errno = 0;
-  EXPECT_EQ(-1, QIV_RecvWithTimeOut(idle.Get(), m_buffer, 1, kLongMs));
+  EXPECT_EQ(-1, QIV_RecvWithTimeOut(idle.Get(), m_buffer, 1, kLongTimeOutMs));
   EXPECT_EQ(0, errno);  // so the system is not asked
   const NoDescriptorLimit noDescriptors;
-  EXPECT_EQ(-1, QIV_RecvWithTimeOut(m_far, m_buffer, 1, kLongMs));
+  EXPECT_EQ(-1, QIV_RecvWithTimeOut(m_far, m_buffer, 1, kLongTimeOutMs));
 }
 
 TEST_F(SocketTransferTest, RecvWithTimeOutRefusesANegativeLength) {
   ASSERT_EQ(1, QIV_Send(m_near, "x", 1));
-  EXPECT_EQ(-1, QIV_RecvWithTimeOut(m_far, m_buffer, -1, kLongMs));
-  EXPECT_EQ(1, QIV_RecvWithTimeOut(m_far, m_buffer, 1, kLongMs));  // still there
+  EXPECT_EQ(-1, QIV_RecvWithTimeOut(m_far, m_buffer, -1, kLongTimeOutMs));
+  EXPECT_EQ(1, QIV_RecvWithTimeOut(m_far, m_buffer, 1, kLongTimeOutMs));  // still there
 }
 
 // Sending everything.
@@ -230,7 +230,8 @@ TEST_P(WholeTransferTest, SendnAndRecvnCarryMoreThanTheBuffersTake) {
   EXPECT_TRUE(data == received);
 }
 
-INSTANTIATE_TEST_SUITE_P(Limits, WholeTransferTest, ::testing::Values(QIV_INFINITE, kLongMs));
+INSTANTIATE_TEST_SUITE_P(Limits, WholeTransferTest,
+                         ::testing::Values(QIV_INFINITE, kLongTimeOutMs));
 
 TEST_F(SocketTransferTest, SendnThatRunsOutOfTimeGivesWhatWasSent) {
   const std::vector<char> data = MuchData();
@@ -241,7 +242,8 @@ TEST_F(SocketTransferTest, SendnThatRunsOutOfTimeGivesWhatWasSent) {
   EXPECT_GT(sent, 0);
   EXPECT_LT(sent, static_cast<int>(data.size()));
   std::vector<char> received(data.size());
-  ASSERT_EQ(sent, QIV_Recvn(m_far, received.data(), static_cast<unsigned int>(sent), kLongMs));
+  ASSERT_EQ(sent,
+            QIV_Recvn(m_far, received.data(), static_cast<unsigned int>(sent), kLongTimeOutMs));
   EXPECT_EQ(0, std::memcmp(data.data(), received.data(), static_cast<std::size_t>(sent)));
 }
 
@@ -261,8 +263,9 @@ TEST_F(SocketTransferTest, SendnWithoutRoomGivesZero) {
 
 TEST_F(SocketTransferTest, SendnIsKeptToGiveZeroWhenTheFirstSendFails) {
   errno = 0;
-  EXPECT_EQ(0, QIV_Sendn(1 << 20, "x", 1, kLongMs));  // reported by the wait, not as its failure
-  EXPECT_EQ(0, errno);                                // and nothing is sent
+  EXPECT_EQ(
+      0, QIV_Sendn(1 << 20, "x", 1, kLongTimeOutMs));  // reported by the wait, not as its failure
+  EXPECT_EQ(0, errno);                                 // and nothing is sent
   ASSERT_NO_FATAL_FAILURE(BreakConnection());
   EXPECT_EQ(0, QIV_Sendn(m_near, "x", 1, QIV_INFINITE));
 }
@@ -270,7 +273,7 @@ TEST_F(SocketTransferTest, SendnIsKeptToGiveZeroWhenTheFirstSendFails) {
 TEST_F(SocketTransferTest, SendnGivesMinusOneWhenTheWaitFails) {
   const NoDescriptorLimit noDescriptors;
   errno = 0;
-  EXPECT_EQ(-1, QIV_Sendn(m_near, "x", 1, kLongMs));
+  EXPECT_EQ(-1, QIV_Sendn(m_near, "x", 1, kLongTimeOutMs));
   EXPECT_EQ(EINVAL, errno);
 }
 
@@ -285,15 +288,16 @@ TEST_F(SocketTransferTest, SendnGoesOnAfterSignals) {
            time.Milliseconds() < qiv::test::TestLimit().count() / 2) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return QIV_Recvn(m_far, received.data(), Size(received), kLongMs);
+    return QIV_Recvn(m_far, received.data(), Size(received), kLongTimeOutMs);
   });
-  EXPECT_EQ(static_cast<int>(data.size()), QIV_Sendn(m_near, data.data(), Size(data), kLongMs));
+  EXPECT_EQ(static_cast<int>(data.size()),
+            QIV_Sendn(m_near, data.data(), Size(data), kLongTimeOutMs));
   EXPECT_EQ(static_cast<int>(data.size()), result.Get());
   EXPECT_GE(InterruptingSignals::Count(), 5);
 }
 
 TEST_F(SocketTransferTest, SendnOfNothingIsZero) {
-  EXPECT_EQ(0, QIV_Sendn(m_near, "x", 0, kLongMs));
+  EXPECT_EQ(0, QIV_Sendn(m_near, "x", 0, kLongTimeOutMs));
   EXPECT_EQ(0, QIV_Sendn(m_near, nullptr, 0, QIV_INFINITE));
 }
 
@@ -329,7 +333,7 @@ TEST_F(SocketTransferTest, RecvnWithoutTimeTakesWhatIsThere) {
 }
 
 TEST_F(SocketTransferTest, RecvnIsKeptToGiveMinusOneWhenThePeerClosesAfterSomeBytes) {
-  for (const unsigned int ms : {QIV_INFINITE, kLongMs}) {
+  for (const unsigned int ms : {QIV_INFINITE, kLongTimeOutMs}) {
     TcpPair pair;
     ASSERT_EQ(3, QIV_Send(pair.first.Get(), "abc", 3));
     pair.first.Close();
@@ -339,19 +343,19 @@ TEST_F(SocketTransferTest, RecvnIsKeptToGiveMinusOneWhenThePeerClosesAfterSomeBy
 
 TEST_F(SocketTransferTest, RecvnFailsOnAnErrorOrAHangUp) {
   errno = 0;
-  EXPECT_EQ(-1, QIV_Recvn(1 << 20, m_buffer, 1, kLongMs));
+  EXPECT_EQ(-1, QIV_Recvn(1 << 20, m_buffer, 1, kLongTimeOutMs));
   const Socket idle(AF_INET, SOCK_STREAM);
-  EXPECT_EQ(-1, QIV_Recvn(idle.Get(), m_buffer, 1, kLongMs));
+  EXPECT_EQ(-1, QIV_Recvn(idle.Get(), m_buffer, 1, kLongTimeOutMs));
   EXPECT_EQ(0, errno);
   ASSERT_EQ(1, QIV_Send(m_near, "x", 1));
   const NoDescriptorLimit noDescriptors;
-  EXPECT_EQ(-1, QIV_Recvn(m_far, m_buffer, 1, kLongMs));
+  EXPECT_EQ(-1, QIV_Recvn(m_far, m_buffer, 1, kLongTimeOutMs));
 }
 
 TEST_F(SocketTransferTest, RecvnOfNothingIsKeptAFailureWhenThereAreBytes) {
   EXPECT_EQ(0, QIV_Recvn(m_far, m_buffer, 0, 0));
   ASSERT_EQ(1, QIV_Send(m_near, "x", 1));
-  EXPECT_EQ(-1, QIV_Recvn(m_far, m_buffer, 0, kLongMs));
+  EXPECT_EQ(-1, QIV_Recvn(m_far, m_buffer, 0, kLongTimeOutMs));
 }
 
 }  // namespace

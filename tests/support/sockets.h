@@ -3,6 +3,7 @@
 #ifndef QIV_TESTS_SUPPORT_SOCKETS_H
 #define QIV_TESTS_SUPPORT_SOCKETS_H
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <qiv/address.h>
 #include <sys/socket.h>
@@ -11,6 +12,9 @@
 #include <string>
 
 namespace qiv::test {
+
+/** A time-out that is not reached, in milliseconds. */
+constexpr unsigned int kLongTimeOutMs = 15000;
 
 /** Owns a descriptor. */
 class Socket {
@@ -69,6 +73,10 @@ std::string ReadExactly(const Socket& socket, std::size_t count);
 
 /** Bytes that differ from position to position and from seed to seed. */
 std::string Pattern(std::size_t count, unsigned int seed);
+
+inline bool IsNonBlocking(const Socket& socket) {
+  return (fcntl(socket.Get(), F_GETFL) & O_NONBLOCK) != 0;
+}
 
 }  // namespace qiv::test
 

@@ -70,10 +70,6 @@ inline bool HasArrived(const Socket& socket, short event) {
   return poll(&entry, 1, static_cast<int>(TestLimit().count())) == 1;
 }
 
-inline bool IsNonBlocking(const Socket& socket) {
-  return (fcntl(socket.Get(), F_GETFL) & O_NONBLOCK) != 0;
-}
-
 class EventSocketTest : public LeakCheckedTest {
  protected:
   void SetUp() override {

@@ -19,9 +19,9 @@ using qiv::test::Latch;
 using qiv::thread::StartRecord;
 using qiv::thread::ThreadStart;
 
-qiv::qiv_tlsTraceInfoOper& TraceInfo() { return *qiv::qiv_tlsTraceInfoOper::instance(); }
+qiv::qiv_tlsTraceInfoOper& Traces() { return *qiv::qiv_tlsTraceInfoOper::instance(); }
 
-QIV_TRACEINFO Record(const char* text) {
+QIV_TRACEINFO TraceRecord(const char* text) {
   QIV_TRACEINFO record = {};
   std::strncpy(record.firstText, text, QIV_TRACE_TEXT_SIZE - 1);
   record.secondFlag = 9;
@@ -31,7 +31,7 @@ QIV_TRACEINFO Record(const char* text) {
 class ThreadStartTest : public qiv::test::LeakCheckedTest {
  protected:
   void TearDown() override {
-    TraceInfo().eraseTraceInfo();
+    Traces().eraseTraceInfo();
     LeakCheckedTest::TearDown();
   }
 
@@ -49,7 +49,7 @@ struct Seen {
   QIV_TRACEINFO record = {};
   static void* Look(void* seen) {
     auto* self = static_cast<Seen*>(seen);
-    self->result = TraceInfo().getTraceInfo(&self->record);
+    self->result = Traces().getTraceInfo(&self->record);
     return seen;
   }
 };
@@ -63,8 +63,8 @@ TEST_F(ThreadStartTest, WithoutARecordTheThreadStartsOnTheRoutineAndNothingIsAll
 }
 
 TEST_F(ThreadStartTest, WithARecordTheStartRecordCarriesItOver) {
-  const QIV_TRACEINFO mine = Record("creator");
-  ASSERT_EQ(0, TraceInfo().setTraceInfo(&mine));
+  const QIV_TRACEINFO mine = TraceRecord("creator");
+  ASSERT_EQ(0, Traces().setTraceInfo(&mine));
   int argument = 0;
   const ThreadStart start(Seen::Look, &argument);
   ASSERT_TRUE(start.IsReady());
@@ -77,8 +77,8 @@ TEST_F(ThreadStartTest, WithARecordTheStartRecordCarriesItOver) {
 }
 
 TEST_F(ThreadStartTest, NewThreadInheritsItsCreatorsRecord) {
-  const QIV_TRACEINFO mine = Record("creator");
-  ASSERT_EQ(0, TraceInfo().setTraceInfo(&mine));
+  const QIV_TRACEINFO mine = TraceRecord("creator");
+  ASSERT_EQ(0, Traces().setTraceInfo(&mine));
   Seen seen;
   ASSERT_EQ(0, QIV_Thread_Wait(QIV_Thread_Create(Seen::Look, &seen, 0, 0, 0, 0)));
   EXPECT_EQ(0, seen.result);
@@ -97,8 +97,8 @@ TEST_F(ThreadStartTest, DetachedThreadInheritsItsCreatorsRecord) {
     Latch done;
   };
   static Shared shared;
-  const QIV_TRACEINFO mine = Record("creator");
-  ASSERT_EQ(0, TraceInfo().setTraceInfo(&mine));
+  const QIV_TRACEINFO mine = TraceRecord("creator");
+  ASSERT_EQ(0, Traces().setTraceInfo(&mine));
   ASSERT_EQ(1, QIV_ThreadDetached_Create(
                    [](void*) -> void* {
                      Seen::Look(&shared.seen);
@@ -112,8 +112,8 @@ TEST_F(ThreadStartTest, DetachedThreadInheritsItsCreatorsRecord) {
 }
 
 TEST_F(ThreadStartTest, FailedCreationLosesNoStartRecord) {
-  const QIV_TRACEINFO mine = Record("creator");
-  ASSERT_EQ(0, TraceInfo().setTraceInfo(&mine));
+  const QIV_TRACEINFO mine = TraceRecord("creator");
+  ASSERT_EQ(0, Traces().setTraceInfo(&mine));
   pthread_attr_t attributes;
   ASSERT_EQ(0, pthread_attr_init(&attributes));
   constexpr std::size_t kMax = std::numeric_limits<std::size_t>::max();
@@ -145,7 +145,7 @@ TEST_F(ThreadStartTest, TrampolineRunsTheRoutineAndDropsItsResult) {
 TEST_F(ThreadStartTest, TrampolineInstallsTheRecordForTheRoutineAndErasesItAfterwards) {
   Seen during;
   StartRecord* const start = NewStartRecord(Seen::Look, &during);
-  start->trace = Record("carried");
+  start->trace = TraceRecord("carried");
   start->hasTrace = 1;
   pfnThreadStartAddress(start);
   EXPECT_EQ(0, during.result);
@@ -156,11 +156,11 @@ TEST_F(ThreadStartTest, TrampolineInstallsTheRecordForTheRoutineAndErasesItAfter
 }
 
 TEST_F(ThreadStartTest, TrampolineLeavesTheThreadsOwnRecordAloneWhenNoneIsCarried) {
-  const QIV_TRACEINFO mine = Record("mine");
-  ASSERT_EQ(0, TraceInfo().setTraceInfo(&mine));
+  const QIV_TRACEINFO mine = TraceRecord("mine");
+  ASSERT_EQ(0, Traces().setTraceInfo(&mine));
   Seen during;
   StartRecord* const start = NewStartRecord(Seen::Look, &during);
-  start->trace = Record("carried");
+  start->trace = TraceRecord("carried");
   pfnThreadStartAddress(start);
   EXPECT_STREQ("mine", during.record.firstText);
   Seen after;
@@ -187,8 +187,8 @@ class AfterUnwinding {
 pthread_key_t AfterUnwinding::s_key;
 
 TEST_F(ThreadStartTest, ThreadThatExitsItselfHasItsRecordErased) {
-  const QIV_TRACEINFO mine = Record("creator");
-  ASSERT_EQ(0, TraceInfo().setTraceInfo(&mine));
+  const QIV_TRACEINFO mine = TraceRecord("creator");
+  ASSERT_EQ(0, Traces().setTraceInfo(&mine));
   const AfterUnwinding afterUnwinding;
   Seen seen;
   const unsigned int id = QIV_Thread_Create(
@@ -203,8 +203,8 @@ TEST_F(ThreadStartTest, ThreadThatExitsItselfHasItsRecordErased) {
 }
 
 TEST_F(ThreadStartTest, CancelledThreadHasItsRecordErased) {
-  const QIV_TRACEINFO mine = Record("creator");
-  ASSERT_EQ(0, TraceInfo().setTraceInfo(&mine));
+  const QIV_TRACEINFO mine = TraceRecord("creator");
+  ASSERT_EQ(0, Traces().setTraceInfo(&mine));
   const AfterUnwinding afterUnwinding;
   Seen seen;
   const unsigned int id = QIV_Thread_Create(

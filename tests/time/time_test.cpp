@@ -15,8 +15,8 @@ namespace {
 
 using qiv::test::SetZone;
 
-constexpr qiv_int64 kSecond = 1000000;
-constexpr qiv_int64 kHalfYear = 182LL * 86400 * kSecond;
+constexpr qiv_int64 kMicrosPerSecond = 1000000;
+constexpr qiv_int64 kHalfYear = 182LL * 86400 * kMicrosPerSecond;
 constexpr int kUntouched = -77;
 
 // A zone five hours west of UTC, four while daylight saving is in force, as it is for 60 days
@@ -68,7 +68,7 @@ TEST(ExpTimeTest, NullOutputIsRefused) {
 
 TEST(ExpTimeTest, EveryFieldIsFilled) {
   QIV_TIME_EXP_T record = {};
-  ASSERT_EQ(0, QIV_ExpTimeFromTimeGMT(1709622489LL * kSecond + 123456, &record));
+  ASSERT_EQ(0, QIV_ExpTimeFromTimeGMT(1709622489LL * kMicrosPerSecond + 123456, &record));
   EXPECT_EQ(123456, record.tm_usec);
   EXPECT_EQ(9, record.tm_sec);
   EXPECT_EQ(8, record.tm_min);
@@ -110,7 +110,7 @@ TEST(ExpTimeTest, ExtremeTimesAndOffsetsAreConvertedOrRefusedWhole) {
       record.tm_gmtoff = kUntouched;
       const int result = QIV_ExpTimeFromTime(time, offset, &record);
       EXPECT_EQ(result == 0 ? offset : kUntouched, record.tm_gmtoff);
-      EXPECT_EQ(result == 0 ? time % kSecond : 0, record.tm_usec);
+      EXPECT_EQ(result == 0 ? time % kMicrosPerSecond : 0, record.tm_usec);
     }
   }
 }
@@ -173,7 +173,7 @@ TEST(TimeFromExpTimeTest, DatesBecomeTimes) {
   for (const ConversionRow& row : rows) {
     QIV_TIME_T time = kUntouched;
     EXPECT_EQ(row.result, QIV_TimeFromExpTime(&row.record, &time)) << row.name;
-    EXPECT_EQ(row.result == 0 ? row.seconds * kSecond : kUntouched, time) << row.name;
+    EXPECT_EQ(row.result == 0 ? row.seconds * kMicrosPerSecond : kUntouched, time) << row.name;
   }
 }
 
@@ -181,7 +181,7 @@ TEST(TimeFromExpTimeTest, EveryDayOfFourHundredYearsComesBack) {
   // A platform's time_t may end before.
   const auto lastDay = std::min<qiv_int64>(146096, std::numeric_limits<time_t>::max() / 86400);
   for (qiv_int64 day = 0; day <= lastDay; ++day) {
-    const QIV_TIME_T time = day * 86400 * kSecond;
+    const QIV_TIME_T time = day * 86400 * kMicrosPerSecond;
     QIV_TIME_EXP_T record = {};
     ASSERT_EQ(0, QIV_ExpTimeFromTimeGMT(time, &record)) << "day " << day;
     QIV_TIME_T back = kUntouched;
@@ -251,7 +251,7 @@ TEST(TimeFromExpTimeGmtTest, OffsetWestOfUtcIsSubtractedToo) {
   record.tm_gmtoff = -5 * 3600;
   QIV_TIME_T time = kUntouched;
   ASSERT_EQ(0, QIV_TimeFromExpTimeGMT(&record, &time));
-  EXPECT_EQ(86400 * kSecond, time);
+  EXPECT_EQ(86400 * kMicrosPerSecond, time);
 }
 
 TEST(TimeFromExpTimeGmtTest, MonthOutOfRangeIsKeptASuccessThatWritesNothing) {
