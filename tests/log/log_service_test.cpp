@@ -5,6 +5,7 @@
 #include <qiv/library.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <memory>
@@ -194,7 +195,8 @@ TEST_F(LogServiceTest, TextsLongerThanALineStayWhole) {
   std::string expected;
   for (unsigned int i = 0; i < 200; ++i) {
     const std::string text(1 + i * 104729 % 400000, static_cast<char>('a' + i % 26));
-    while (Push(text + '#') == -4) std::this_thread::yield();
+    const std::string line = text + '#';
+    while (Push(line) == -4) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     expected += text;
   }
   EXPECT_EQ(0, Push(std::string(1000, 'z')));
