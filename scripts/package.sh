@@ -24,7 +24,7 @@ umask 022
 
 quietly cmake --fresh -S . -B "$tree" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR="lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" \
-  -DQIV_DEBIAN_PACKAGES=ON -DQIV_BUILD_STATIC=ON -DBUILD_TESTING=OFF
+  -DCMAKE_SKIP_RPATH=ON -DQIV_DEBIAN_PACKAGES=ON -DQIV_BUILD_STATIC=ON -DBUILD_TESTING=OFF
 quietly cmake --build "$tree" --parallel "$(nproc)" --target qiv qiv-static qiv_sysmon
 quietly cpack --config "$tree/CPackConfig.cmake" -B "$out"
 rm -rf "$out/_CPack_Packages"

@@ -11,7 +11,7 @@ test_packages=(libgtest-dev libspdlog-dev pkgconf python3)
 ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev)
 coverage_packages=(gcovr)
 docs_packages=(doxygen python3)
-packages_packages=(dpkg-dev file gzip mmdebstrap)
+packages_packages=(dpkg-dev file mmdebstrap)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 
 # libuuid for ARM, unpacked beside the build instead of installed: a full second architecture on

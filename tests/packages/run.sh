@@ -16,7 +16,7 @@ fail() {
 # this script's own, and so gone with the script, however it ends.
 if [ "${1:-}" != --in-namespace ]; then
   scripts/package.sh
-  exec unshare --mount "$0" --in-namespace
+  exec unshare --mount tests/packages/run.sh --in-namespace
 fi
 work=$PWD/build/packages/check
 mkdir -p "$work"
