@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what building, testing and the documentation need on Debian 12, as far as it is missing.
-# usage: setup.sh GROUP...      groups: build test ci arm aarch64 coverage docs
+# usage: setup.sh GROUP...      groups: build test ci arm aarch64 coverage docs packages
 #
 # With everything in place it changes nothing and needs neither network nor root.
 set -euo pipefail
@@ -11,6 +11,7 @@ test_packages=(libgtest-dev libspdlog-dev pkgconf python3)
 ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev)
 coverage_packages=(gcovr)
 docs_packages=(doxygen python3)
+packages_packages=(dpkg-dev file mmdebstrap)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 aarch64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
 
@@ -102,8 +103,9 @@ for group in "$@"; do
       make_target_root build/aarch64-root arm64 aarch64-linux-gnu
       ;;
     docs) install_missing "${docs_packages[@]}" ;;
+    packages) install_missing "${packages_packages[@]}" ;;
     *)
-      echo "usage: setup.sh GROUP...   groups: build test ci arm aarch64 coverage docs" >&2
+      echo "usage: setup.sh GROUP...   groups: build test ci arm aarch64 coverage docs packages" >&2
       exit 2
       ;;
   esac
