@@ -26,9 +26,16 @@ cached() {
   sed -n "s/^$1:[A-Z]*=//p" "build/$preset/CMakeCache.txt"
 }
 
+quietly() {
+  "$@" >"$work/log" 2>&1 || {
+    cat "$work/log" >&2
+    exit 1
+  }
+}
+
 build() {
-  cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset" --target qiv load_cost --parallel "$(nproc)" -- --quiet
+  quietly cmake --preset "$preset"
+  quietly cmake --build --preset "$preset" --target qiv load_cost --parallel "$(nproc)"
   strip=$(cached CMAKE_STRIP)
   size=${strip%strip}size
   "$strip" -o "$work/libqiv.so" "build/$preset/libqiv.so"
@@ -67,9 +74,9 @@ measure() {
   local run runtime
   runtime=$(needed | grep '++')
   for ((run = 0; run < runs; ++run)); do
-    "${load_cost[@]}" "$runtime" "$work/libqiv.so" 2>"$work/errors" || {
-      cat "$work/errors" >&2
-      return 1
+    "${load_cost[@]}" "$runtime" "$work/libqiv.so" 2>"$work/log" || {
+      cat "$work/log" >&2
+      exit 1
     }
   done >"$work/steps"
 }
@@ -85,7 +92,10 @@ median() {
 
 time_of() {
   local all
-  [ $emulated = no ] || { echo -; return; }
+  if [ $emulated = yes ] || [ "$1" = start ]; then
+    echo -
+    return
+  fi
   mapfile -t all < <(figures "$1" 5)
   printf '%.0f (%.0f to %.0f)\n' "${all[runs / 2]}" "${all[0]}" "${all[runs - 1]}"
 }
@@ -95,7 +105,7 @@ print_step() {
 }
 
 print_steps() {
-  echo "| Process | resident KiB | private KiB | of which libqiv.so | us, median (min to max) |"
+  echo "| Process | resident KiB | private KiB | of which libqiv.so | step in us (min to max) |"
   echo "|---|---|---|---|---|"
   print_step start "C program, before"
   print_step runtime "with the C++ library"
