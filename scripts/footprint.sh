@@ -18,7 +18,7 @@ failed=no
 limits_of() {
   case $1 in
     release) echo 308000 8200 64 ;;
-    arm) echo 177000 4400 52 ;;
+    arm | arm-tests) echo 177000 4400 52 ;;
   esac
 }
 
