@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what building, testing and the documentation need on Debian 12, as far as it is missing.
-# usage: setup.sh GROUP...      groups: build test ci arm aarch64 coverage docs packages
+# usage: setup.sh GROUP...      groups: build test ci arm aarch64 abi musl coverage docs packages
 #
 # With everything in place it changes nothing and needs neither network nor root.
 set -euo pipefail
@@ -14,6 +14,8 @@ docs_packages=(doxygen python3)
 packages_packages=(dpkg-dev file mmdebstrap)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 aarch64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
+abi_packages=(abigail-tools)
+musl_packages=(musl-tools)
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then
@@ -102,10 +104,12 @@ for group in "$@"; do
       install_missing "${aarch64_packages[@]}"
       make_target_root build/aarch64-root arm64 aarch64-linux-gnu
       ;;
+    abi) install_missing "${abi_packages[@]}" ;;
+    musl) install_missing "${musl_packages[@]}" ;;
     docs) install_missing "${docs_packages[@]}" ;;
     packages) install_missing "${packages_packages[@]}" ;;
     *)
-      echo "usage: setup.sh GROUP...   groups: build test ci arm aarch64 coverage docs packages" >&2
+      echo "setup: unknown group $group; the first lines of this script name all" >&2
       exit 2
       ;;
   esac

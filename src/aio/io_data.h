@@ -30,7 +30,14 @@ struct IO_DATA {
 };
 
 static_assert(sizeof(void*) != 4 || sizeof(IO_DATA) == 64, "64 bytes on 32-bit platforms");
-static_assert(offsetof(IO_DATA, buffer) == 8, "follows the socket and the type");
-static_assert(sizeof(void*) != 4 || offsetof(IO_DATA, addrCopy) == 28, "follows the address");
+static_assert(offsetof(IO_DATA, ioType) == 4, "fields in order");
+static_assert(offsetof(IO_DATA, buffer) == 8, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(IO_DATA, length) == 12, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(IO_DATA, doneBytes) == 16, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(IO_DATA, errorCode) == 20, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(IO_DATA, addr) == 24, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(IO_DATA, addrCopy) == 28, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(IO_DATA, callback) == 56, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(IO_DATA, userData) == 60, "fields in order");
 
 #endif

@@ -8,6 +8,7 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
@@ -39,6 +40,12 @@ bool IsConnect(const IO_DATA* request) {
 }  // namespace
 
 bool Worker::Start(int mode, int maxEvents) noexcept {
+  static_assert(offsetof(Worker, m_mode) == 4, "fields in order");
+  static_assert(offsetof(Worker, m_epollFd) == 8, "fields in order");
+  static_assert(offsetof(Worker, m_maxEvents) == 12, "fields in order");
+  static_assert(offsetof(Worker, m_events) == 16, "fields in order");
+  static_assert(sizeof(void*) != 4 || offsetof(Worker, m_lock) == 20, "fields in order");
+  static_assert(sizeof(void*) != 4 || offsetof(Worker, m_threadId) == 44, "fields in order");
   m_mode = mode;
   m_maxEvents = maxEvents;
   m_epollFd = epoll_create(kEpollSizeHint);

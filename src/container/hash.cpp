@@ -17,6 +17,12 @@ static_assert(offsetof(struct QIV_HSEARCH_DATA, size) == sizeof(void*), "fields 
 static_assert(offsetof(struct QIV_HSEARCH_DATA, filled) == sizeof(void*) + 4, "fields in order");
 static_assert(offsetof(struct QIV_HSEARCH_INTDATA, size) == sizeof(void*), "fields in order");
 static_assert(offsetof(struct QIV_HSEARCH_INTDATA, filled) == sizeof(void*) + 4, "in order");
+static_assert(offsetof(QIV_HSEARCH_SLOT, key) == sizeof(void*), "fields in order");
+static_assert(offsetof(QIV_HSEARCH_SLOT, data) == 2 * sizeof(void*), "fields in order");
+static_assert(offsetof(QIV_HSEARCH_ITEM, data) == sizeof(void*), "fields in order");
+static_assert(offsetof(QIV_HSEARCH_INTSLOT, key) == 4, "fields in order");
+static_assert(offsetof(QIV_HSEARCH_INTSLOT, data) == 8, "fields in order");
+static_assert(offsetof(QIV_HSEARCH_INTITEM, data) == 4, "fields in order");
 
 namespace {
 

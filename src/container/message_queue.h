@@ -44,10 +44,14 @@ static_assert(offsetof(QIV_MSG_BLOCK_T, iMsgLen) == 8, "fields in order, without
 static_assert(offsetof(QIV_MSG_BLOCK_T, chMsgData) == 12, "fields in order, without gaps");
 static_assert(sizeof(QIV_MSG_BLOCK_T) == 8108, "fields in order, without gaps");
 static_assert(sizeof(void*) != 4 || sizeof(qiv::container::MessageNode) == 8112, "no gaps");
-static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, pHead) == 176, "fields in order");
-static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, nMsgCount) == 28, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(qiv::container::MessageNode, next) == 8108, "last");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, hListMutex) == 4, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, nMsgCount) == 28, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, hSpaceMutex) == 32, "in order");
 static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, hArriveMutex) == 56, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, hSpaceCond) == 80, "in order");
 static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, hArriveCond) == 128, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_MQ_INTER, pHead) == 176, "in order");
 static_assert(sizeof(void*) != 4 || sizeof(QIV_MQ_INTER) == 184, "padded");
 
 namespace qiv::container {

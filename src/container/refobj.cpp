@@ -7,6 +7,7 @@
 namespace qiv {
 
 static_assert(sizeof(void*) != 4 || sizeof(qiv_refobj) == 8, "virtual table and count");
+static_assert(sizeof(cshared_ptr<cobject>) == sizeof(void*), "a pointer");
 
 qiv_refobj::qiv_refobj() noexcept : m_count(0) {}
 

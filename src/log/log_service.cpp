@@ -18,6 +18,7 @@
 #include <qiv/time.h>
 
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -31,6 +32,10 @@
 using namespace qiv::log;
 using qiv::base::NoCancellation;
 using qiv::base::ScopedLock;
+
+static_assert(offsetof(_LOG, length) == sizeof(void*), "text and length");
+static_assert(sizeof(void*) != 4 || sizeof(_LOG) == 8, "text and length");
+static_assert(sizeof(LogService::szLogDir) == 260, "the directory");
 
 namespace {
 

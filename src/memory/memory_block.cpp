@@ -4,6 +4,7 @@
 #include <qiv/time.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -67,6 +68,12 @@ CMemoryBlock::CMemoryBlock(unsigned int size) noexcept
       m_hLastThread(nullptr),
       m_iCreateTime(CurrentTick()),
       m_iLastTime(m_iCreateTime) {
+  static_assert(sizeof(void*) != 4 || offsetof(CMemoryBlock, m_pAlloc) == 4, "in order");
+  static_assert(sizeof(void*) != 4 || offsetof(CMemoryBlock, m_pUser) == 8, "in order");
+  static_assert(sizeof(void*) != 4 || offsetof(CMemoryBlock, m_bUsed) == 12, "in order");
+  static_assert(sizeof(void*) != 4 || offsetof(CMemoryBlock, m_hLastThread) == 16, "in order");
+  static_assert(offsetof(CMemoryBlock, m_iCreateTime) + 16 == sizeof(CMemoryBlock), "in order");
+  static_assert(offsetof(CMemoryBlock, m_iLastTime) + 8 == sizeof(CMemoryBlock), "last");
   ResetBoundary();
 }
 

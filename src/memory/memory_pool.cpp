@@ -5,6 +5,8 @@
 
 #include "base/no_cancellation.h"
 
+static_assert(sizeof(QIV_MemoryPool) == 2 * sizeof(void*), "virtual table and the pool");
+
 QIV_MemoryPool::QIV_MemoryPool(unsigned int blockSize, unsigned int initialCount,
                                unsigned int maximumCount, int checkBoundary, long long idleTimeout,
                                int noLock) noexcept

@@ -5,6 +5,8 @@
 
 #include "base/no_cancellation.h"
 
+static_assert(sizeof(QIV_MemoryPoolEx) == 2 * sizeof(void*), "virtual table and the pool");
+
 QIV_MemoryPoolEx::QIV_MemoryPoolEx(unsigned int initialChunks, unsigned int maximumChunks,
                                    long long idleTimeout, int noLock,
                                    unsigned int chunkSize) noexcept

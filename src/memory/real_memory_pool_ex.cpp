@@ -6,6 +6,7 @@
 #include <qiv/memory_pool_ex.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <new>
 
@@ -15,6 +16,13 @@
 #include "memory/spare_nodes.h"
 
 namespace qiv {
+
+static_assert(offsetof(CUsedRecord, m_pAllocPtr) == 0, "in order");
+static_assert(offsetof(CUsedRecord, m_pIdlePtr) == sizeof(void*), "in order");
+static_assert(offsetof(CUsedRecord, m_nRemainBytes) == 2 * sizeof(void*), "in order");
+static_assert(offsetof(CUsedRecord, m_iUsedNum) == 2 * sizeof(void*) + 4, "in order");
+static_assert(sizeof(CUsedRecord) == 2 * sizeof(void*) + 8, "nothing else");
+
 namespace {
 
 using memory::PoolLock;

@@ -24,16 +24,20 @@ static_assert(sizeof(void*) != 4 || offsetof(QIV_ADAPTER_INFO, dwMacLen) == 404,
 static_assert(sizeof(void*) != 4 || offsetof(QIV_ADAPTER_INFO, pIpv6List) == 432, "order");
 static_assert(offsetof(QIV_ADAPTER_INFO, dwIndex) == sizeof(void*), "the link stands in front");
 static_assert(offsetof(QIV_ADAPTER_INFO, szName) == sizeof(void*) + 4, "order");
+static_assert(offsetof(QIV_ADAPTER_INFO, byReserved) == sizeof(void*) + 264, "order");
 static_assert(offsetof(QIV_ADAPTER_INFO, dwMacLen) == sizeof(void*) + 400, "order");
 static_assert(offsetof(QIV_ADAPTER_INFO, byMac) == sizeof(void*) + 404, "order");
 static_assert(offsetof(QIV_ADAPTER_INFO, dwReserved) == sizeof(void*) + 412, "order");
 static_assert(offsetof(QIV_ADAPTER_INFO, pIpv4List) == sizeof(void*) + 416, "order");
+static_assert(offsetof(QIV_ADAPTER_INFO, pReservedList1) == 2 * sizeof(void*) + 416, "order");
+static_assert(offsetof(QIV_ADAPTER_INFO, pReservedList2) == 3 * sizeof(void*) + 416, "order");
 static_assert(offsetof(QIV_ADAPTER_INFO, pIpv6List) == 4 * sizeof(void*) + 416, "order");
 static_assert(sizeof(void*) != 4 || sizeof(QIV_IP4_NODE) == 36, "size on 32 bits");
 static_assert(sizeof(void*) != 4 || sizeof(QIV_IP6_NODE) == 36, "size on 32 bits");
 static_assert(offsetof(QIV_IP4_NODE, szAddr) == sizeof(void*), "order");
 static_assert(offsetof(QIV_IP4_NODE, szMask) == sizeof(void*) + 16, "order");
 static_assert(offsetof(QIV_IP6_NODE, byAddr) == sizeof(void*), "order");
+static_assert(offsetof(QIV_IP6_NODE, byReserved) == sizeof(void*) + 16, "order");
 
 namespace qiv::net {
 namespace {

@@ -10,7 +10,7 @@ namespace qiv::net {
 namespace {
 
 // The record goes along with its address: an interface that has several is told apart by it.
-bool AskInet(int socket, unsigned long question, const ifreq& interface, in_addr& out) noexcept {
+bool AskInet(int socket, unsigned int question, const ifreq& interface, in_addr& out) noexcept {
   ifreq request = interface;
   if (ioctl(socket, question, &request) != 0) return false;
   sockaddr_in address = {};

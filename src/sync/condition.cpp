@@ -17,6 +17,8 @@
 #include "base/load_order.h"
 #include "base/scoped_lock.h"
 
+static_assert(sizeof(QIV_Cond) == sizeof(pthread_cond_t), "nothing else");
+
 namespace qiv::sync {
 
 QIV_LOAD_ORDER(QIV_LOAD_COND_ATTR_MAP)

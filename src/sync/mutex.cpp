@@ -1,6 +1,12 @@
 // Mutexes: the platform's mutex behind checked functions and four thin classes.
 #include <qiv/mutex.h>
 
+static_assert(sizeof(QIV_Mutex) == sizeof(pthread_mutex_t), "nothing else");
+static_assert(sizeof(QIV_UniqueMutex) == sizeof(pthread_mutex_t), "nothing else");
+static_assert(sizeof(qiv::qiv_mutex) == sizeof(pthread_mutex_t), "nothing else");
+static_assert(sizeof(qiv::qiv_recursive_mutex) == sizeof(void*) + sizeof(pthread_mutex_t),
+              "virtual table and mutex");
+
 namespace {
 
 constexpr int kRecursiveFlag = -1;

@@ -12,6 +12,10 @@
 #include "base/deadline.h"
 #include "base/scoped_lock.h"
 
+static_assert(sizeof(void*) != 4 || sizeof(QIV_Sema) == sizeof(sem_t) + 4 + sizeof(QIV_Mutex),
+              "semaphore, maximum and mutex");
+static_assert(sizeof(qiv::qiv_sem) == sizeof(void*) + sizeof(sem_t), "virtual table, semaphore");
+
 namespace {
 
 constexpr unsigned int kPollMs = 10;

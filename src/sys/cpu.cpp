@@ -14,6 +14,8 @@ static_assert(offsetof(QIV_CPU_STAT_T, ullSystem) == 8, "order of the counters")
 static_assert(offsetof(QIV_CPU_STAT_T, ullUser) == 16, "order of the counters");
 static_assert(offsetof(QIV_CPU_STAT_T, ullIdleAll) == 24, "order of the counters");
 static_assert(offsetof(QIV_CPU_STAT_T, ullIrq) == 32, "order of the counters");
+static_assert(offsetof(QIV_CPU_STAT_T, ullReserved1) == 40, "order of the counters");
+static_assert(offsetof(QIV_CPU_STAT_T, ullReserved2) == 48, "order of the counters");
 
 namespace qiv {
 namespace {

@@ -7,7 +7,10 @@
 static_assert(sizeof(off_t) == 8, "files beyond 2 GiB");
 
 static_assert(sizeof(QIV_FILE_STAT) == 64, "sixteen 32-bit words");
+static_assert(offsetof(QIV_FILE_STAT, dwUserId) == 4, "order of the words");
+static_assert(offsetof(QIV_FILE_STAT, dwGroupId) == 8, "order of the words");
 static_assert(offsetof(QIV_FILE_STAT, dwPermissions) == 12, "order of the words");
+static_assert(offsetof(QIV_FILE_STAT, dwDevice) == 16, "order of the words");
 static_assert(offsetof(QIV_FILE_STAT, dwLinks) == 20, "order of the words");
 static_assert(offsetof(QIV_FILE_STAT, ullInode) == 24, "order of the words");
 static_assert(offsetof(QIV_FILE_STAT, llSize) == 32, "order of the words");
@@ -17,7 +20,10 @@ static_assert(offsetof(QIV_FILE_STAT, llModifyTime) == 56, "order of the times")
 
 static_assert(sizeof(_FILE_FIND_INFO) == 328, "a name, six 32-bit and five 64-bit fields");
 static_assert(offsetof(_FILE_FIND_INFO, dwType) == 264, "the name stands in front");
+static_assert(offsetof(_FILE_FIND_INFO, dwUserId) == 268, "order of the 32-bit fields");
+static_assert(offsetof(_FILE_FIND_INFO, dwGroupId) == 272, "order of the 32-bit fields");
 static_assert(offsetof(_FILE_FIND_INFO, dwPermissions) == 276, "order of the 32-bit fields");
+static_assert(offsetof(_FILE_FIND_INFO, dwDevice) == 280, "order of the 32-bit fields");
 static_assert(offsetof(_FILE_FIND_INFO, dwLinks) == 284, "order of the 32-bit fields");
 static_assert(offsetof(_FILE_FIND_INFO, ullInode) == 288, "order of the 64-bit fields");
 static_assert(offsetof(_FILE_FIND_INFO, llSize) == 296, "order of the 64-bit fields");

@@ -11,6 +11,8 @@ static_assert(sizeof(QIV_MEMORY_STATUS_T) == 48, "six 64-bit figures");
 static_assert(offsetof(QIV_MEMORY_STATUS_T, ullAvailPhys) == 8, "order of the figures");
 static_assert(offsetof(QIV_MEMORY_STATUS_T, ullTotalSwap) == 16, "order of the figures");
 static_assert(offsetof(QIV_MEMORY_STATUS_T, ullAvailSwap) == 24, "order of the figures");
+static_assert(offsetof(QIV_MEMORY_STATUS_T, ullReserved1) == 32, "order of the figures");
+static_assert(offsetof(QIV_MEMORY_STATUS_T, ullReserved2) == 40, "order of the figures");
 
 namespace qiv {
 namespace {

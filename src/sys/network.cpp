@@ -17,10 +17,16 @@
 
 static_assert(sizeof(QIV_NETFLOW_T) == 288, "a name of 264 bytes and six 32-bit fields");
 static_assert(offsetof(QIV_NETFLOW_T, dwLinkSpeedBps) == 264, "the name stands in front");
+static_assert(offsetof(QIV_NETFLOW_T, dwRecvBytes) == 268, "order of the counters");
+static_assert(offsetof(QIV_NETFLOW_T, dwRecvPackets) == 272, "order of the counters");
+static_assert(offsetof(QIV_NETFLOW_T, dwSendBytes) == 276, "order of the counters");
 static_assert(offsetof(QIV_NETFLOW_T, dwSendPackets) == 280, "order of the counters");
 static_assert(offsetof(QIV_NETFLOW_T, dwLinkSpeedMbps) == 284, "the speed in Mbit/s stands behind");
 static_assert(sizeof(QIV_NETFLOW_EX_T) == 304, "a name of 264 bytes and five 64-bit fields");
 static_assert(offsetof(QIV_NETFLOW_EX_T, ullLinkSpeedBps) == 264, "the name stands in front");
+static_assert(offsetof(QIV_NETFLOW_EX_T, ullRecvBytes) == 272, "order of the counters");
+static_assert(offsetof(QIV_NETFLOW_EX_T, ullRecvPackets) == 280, "order of the counters");
+static_assert(offsetof(QIV_NETFLOW_EX_T, ullSendBytes) == 288, "order of the counters");
 static_assert(offsetof(QIV_NETFLOW_EX_T, ullSendPackets) == 296, "order of the counters");
 
 namespace qiv {

@@ -7,6 +7,8 @@
 #include "thread/thread_ids.h"
 #include "thread/thread_start.h"
 
+static_assert(sizeof(QIV_Thread) == 4, "a thread id");
+
 namespace {
 
 constexpr int kNotSupported = -2;

@@ -17,6 +17,8 @@
 #include "base/no_cancellation.h"
 #include "base/scoped_lock.h"
 
+static_assert(sizeof(QIV_ThreadPool) == sizeof(QIV_HANDLE), "a handle");
+
 namespace qiv::thread {
 namespace {
 

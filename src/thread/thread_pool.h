@@ -63,14 +63,23 @@ struct QIV_THREADPOOL {
   unsigned int lastRetired;  // the thread that ended by itself and was not joined yet, or invalid
 };
 
+static_assert(offsetof(QIV_THREADPOOL, bQuit) == 4, "fields in order");
 static_assert(offsetof(QIV_THREADPOOL, nMaxCount) == 8, "fields in order");
+static_assert(offsetof(QIV_THREADPOOL, nInitCount) == 12, "fields in order");
+static_assert(offsetof(QIV_THREADPOOL, nCurrCount) == 16, "fields in order");
+static_assert(offsetof(QIV_THREADPOOL, nStackSize) == 20, "fields in order");
 static_assert(offsetof(QIV_THREADPOOL, nIdleTimeout) == 24, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL, mutex) == 28, "fields in order");
 static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL, threads) == 52, "fields in order");
-static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, hThread) == 16,
-              "fields in order");
-static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, traceInfo) == 44,
-              "fields in order");
-static_assert(sizeof(void*) != 4 || sizeof(QIV_THREADPOOL_THREAD) == 244, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, pThreadPool) == 4, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, bIdle) == 8, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, bQuit) == 12, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, hThread) == 16, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, sem) == 20, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, pfnWork) == 36, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, pParam) == 40, "in order");
+static_assert(sizeof(void*) != 4 || offsetof(QIV_THREADPOOL_THREAD, traceInfo) == 44, "in order");
+static_assert(sizeof(void*) != 4 || sizeof(QIV_THREADPOOL_THREAD) == 244, "nothing follows");
 
 /** Claims the idle worker with the lowest index; null when there is none. */
 QIV_THREADPOOL_THREAD* QIV_GetIdle_Local(QIV_THREADPOOL* pool) noexcept;

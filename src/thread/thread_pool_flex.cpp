@@ -27,7 +27,10 @@ static_assert(sizeof(void*) != 4 || offsetof(FlexPool, pQueue) == 84, "fields in
 static_assert(sizeof(void*) != 4 || offsetof(FlexQueue, pTail) == 4, "fields in order");
 static_assert(sizeof(void*) != 4 || offsetof(FlexQueue, nCount) == 8, "fields in order");
 static_assert(sizeof(void*) != 4 || sizeof(FlexQueue) == 12, "fields in order");
+static_assert(sizeof(void*) != 4 || offsetof(FlexItem, pData) == 4, "fields in order");
 static_assert(sizeof(void*) != 4 || offsetof(FlexItem, submitTime) == 8, "fields in order");
+static_assert(offsetof(FlexItem, traceInfo) == offsetof(FlexItem, submitTime) + sizeof(timeval),
+              "in order");
 static_assert(offsetof(FlexItem, traceCaptured) == offsetof(FlexItem, traceInfo) + 197, "in order");
 
 namespace {

@@ -50,6 +50,7 @@ struct Timer {
   const Timer* waitsFor;  // the timer that this one's callback is killing
 };
 
+static_assert(sizeof(void*) != 4 || offsetof(Timer, id) == 4, "fields in order");
 static_assert(sizeof(void*) != 4 || offsetof(Timer, callback) == 8, "fields in order");
 static_assert(sizeof(void*) != 4 || offsetof(Timer, user) == 12, "fields in order");
 static_assert(sizeof(void*) != 4 || offsetof(Timer, period) == 16, "fields in order");

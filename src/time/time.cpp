@@ -9,8 +9,14 @@
 
 static_assert(sizeof(QIV_TIME_EXP_T) == 44, "eleven 32-bit integers");
 static_assert(offsetof(QIV_TIME_EXP_T, tm_sec) == 4, "tm_usec stands in front");
+static_assert(offsetof(QIV_TIME_EXP_T, tm_min) == 8, "order of the platform's record");
+static_assert(offsetof(QIV_TIME_EXP_T, tm_hour) == 12, "order of the platform's record");
 static_assert(offsetof(QIV_TIME_EXP_T, tm_mday) == 16, "order of the platform's record");
+static_assert(offsetof(QIV_TIME_EXP_T, tm_mon) == 20, "order of the platform's record");
 static_assert(offsetof(QIV_TIME_EXP_T, tm_year) == 24, "order of the platform's record");
+static_assert(offsetof(QIV_TIME_EXP_T, tm_wday) == 28, "order of the platform's record");
+static_assert(offsetof(QIV_TIME_EXP_T, tm_yday) == 32, "order of the platform's record");
+static_assert(offsetof(QIV_TIME_EXP_T, tm_isdst) == 36, "order of the platform's record");
 static_assert(offsetof(QIV_TIME_EXP_T, tm_gmtoff) == 40, "tm_gmtoff stands behind");
 
 namespace {

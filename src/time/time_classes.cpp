@@ -5,6 +5,10 @@
 #include "base/wrapping.h"
 
 namespace qiv {
+
+static_assert(sizeof(qiv_time_tick) == alignof(qiv_time_tick) + 8, "virtual table, 64-bit value");
+static_assert(sizeof(time_t) != 4 || sizeof(qiv_time) == 8 + sizeof(tm), "table, seconds, fields");
+
 namespace {
 
 using base::WrappingDifference;

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -22,12 +21,6 @@ namespace qiv::test {
 namespace {
 
 constexpr unsigned int kChunk = 1024;
-
-static_assert(offsetof(CUsedRecord, m_pAllocPtr) == 0, "in order");
-static_assert(offsetof(CUsedRecord, m_pIdlePtr) == sizeof(void*), "in order");
-static_assert(offsetof(CUsedRecord, m_nRemainBytes) == 2 * sizeof(void*), "in order");
-static_assert(offsetof(CUsedRecord, m_iUsedNum) == 2 * sizeof(void*) + 4, "in order");
-static_assert(sizeof(CUsedRecord) == 2 * sizeof(void*) + 8, "nothing else");
 
 class MemoryPoolExTest : public LeakCheckedTest {
  protected:
