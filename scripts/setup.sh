@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what building, testing and the documentation need on Debian 12, as far as it is missing.
-# usage: setup.sh GROUP...      groups: build test ci arm coverage docs
+# usage: setup.sh GROUP...      groups: build test ci arm uclibc coverage docs
 #
 # With everything in place it changes nothing and needs neither network nor root.
 set -euo pipefail
@@ -12,6 +12,8 @@ ci_packages=(git clang clang-format clang-tidy libclang-rt-14-dev)
 coverage_packages=(gcovr)
 docs_packages=(doxygen python3)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
+uclibc_packages=("${arm_packages[@]}" libboost-dev uclibc-source gcc-12-source
+  linux-libc-dev-armhf-cross gcc make patch gawk bison flex xz-utils)
 
 # libuuid for ARM, unpacked beside the build instead of installed: a full second architecture on
 # the host asks for the very same version of many packages on both.
@@ -98,9 +100,13 @@ for group in "$@"; do
       install_missing "${arm_packages[@]}"
       make_arm_root
       ;;
+    uclibc)
+      install_missing "${uclibc_packages[@]}"
+      scripts/toolchains/arm-uclibc.sh
+      ;;
     docs) install_missing "${docs_packages[@]}" ;;
     *)
-      echo "usage: setup.sh GROUP...   groups: build test ci arm coverage docs" >&2
+      echo "usage: setup.sh GROUP...   groups: build test ci arm uclibc coverage docs" >&2
       exit 2
       ;;
   esac
