@@ -13,7 +13,7 @@ coverage_packages=(gcovr)
 docs_packages=(doxygen python3)
 arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 uclibc_packages=("${arm_packages[@]}" libboost-dev uclibc-source gcc-12-source
-  linux-libc-dev-armhf-cross gcc make patch gawk bison flex xz-utils)
+  linux-libc-dev-armhf-cross gcc make xz-utils)
 
 # libuuid for ARM, unpacked beside the build instead of installed: a full second architecture on
 # the host asks for the very same version of many packages on both.

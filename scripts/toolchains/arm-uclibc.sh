@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Builds a C++17 toolchain for 32-bit ARM Linux, hard-float, on uClibc-ng, and libuuid for it, all
 # from packages of Debian 12. `scripts/setup.sh uclibc` installs those and calls this.
-# usage: toolchains/arm-uclibc.sh
+# usage: toolchains/arm-uclibc.sh            builds it, if it is not there
+#        toolchains/arm-uclibc.sh --where    prints the folder that it is in, or would be
 #
 # The compiler stays Debian's own cross compiler: a wrapper turns it to uClibc, and only the
-# libraries are built. The result lies in $QIV_CACHE/arm-uclibc-HASH, where QIV_CACHE is
-# ~/.cache/qiv unless set (XDG_CACHE_HOME is minded) and HASH is that of this script:
-# cmake/toolchains/arm-linux-uclibcgnueabihf.cmake looks there. A run that finds it does nothing;
-# one that is interrupted leaves nothing that another run takes for complete.
+# libraries are built. The folder lies in $QIV_CACHE, which is ~/.cache/qiv unless set, and has a
+# name of its own for each version of this script. A run that finds it does nothing; one that is
+# interrupted leaves nothing that another run takes for complete.
 set -euo pipefail
 
 script=$(realpath "${BASH_SOURCE[0]}")
@@ -267,8 +267,7 @@ END
   quietly timeout 60 qemu-arm -L "$root" ./check
 }
 
-main() {
-  [ ! -e "$result" ] || return 0
+build_toolchain() {
   check_packages
   mkdir -p "$cache"
   exec 9>"$cache"/arm-uclibc.lock  # one at a time; another run finds the result
@@ -291,4 +290,11 @@ main() {
   rm -rf "$work"
 }
 
-main "$@"
+case ${1:-} in
+  --where) echo "$result" ;;
+  '') [ -e "$result" ] || build_toolchain ;;
+  *)
+    echo "usage: toolchains/arm-uclibc.sh [--where]" >&2
+    exit 2
+    ;;
+esac
