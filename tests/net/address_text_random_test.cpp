@@ -274,7 +274,8 @@ TEST_F(RandomAddressTextTest, WhatTheSystemReadsIsReadAlike) {
     ++compared;
     const bool isRefused = HasLongNumber(text);
     ASSERT_EQ(isRefused ? -1 : 0, QIV_InetPton(text.c_str(), out)) << text;
-    if (!isRefused) ASSERT_EQ(0, std::memcmp(system, out, sizeof(out))) << text;
+    if (isRefused) continue;
+    ASSERT_EQ(0, std::memcmp(system, out, sizeof(out))) << text;
   }
   EXPECT_GT(compared, rounds / 20);
 }
