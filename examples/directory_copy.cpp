@@ -105,5 +105,5 @@ int main(int argumentCount, char** arguments) {
     if (isCopying) all = CopyInto(arguments[1], arguments[2], info) && all;
   }
   QIV_Fini();
-  return all && std::fflush(stdout) == 0 ? 0 : 1;
+  return all && std::fflush(stdout) == 0 && std::ferror(stdout) == 0 ? 0 : 1;
 }

@@ -91,6 +91,7 @@ int main(int argumentCount, char** arguments) {
   QIV_ThreadPool_Destroy(pool);  // after the last item
   for (const File& file : files) all = Print(file) && all;
   QIV_Fini();
-  if (std::fflush(stdout) != 0) return Fail("the checksums cannot be written");
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+    return Fail("the checksums cannot be written");
   return all ? 0 : 1;
 }

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building, testing and the documentation need on Debian 12, as far as it is missing.
-# usage: setup.sh GROUP...      groups: build test ci arm aarch64 abi musl coverage docs packages
+# usage: setup.sh GROUP...
+# groups: build test ci arm aarch64 uclibc abi musl coverage docs packages
 #
 # With everything in place it changes nothing and needs neither network nor root.
 set -euo pipefail
@@ -16,6 +17,8 @@ arm_packages=(g++-arm-linux-gnueabihf qemu-user googletest)
 aarch64_packages=(g++-aarch64-linux-gnu qemu-user googletest)
 abi_packages=(abigail-tools)
 musl_packages=(musl-tools)
+uclibc_packages=("${arm_packages[@]}" libboost-dev uclibc-source gcc-12-source
+  linux-libc-dev-armhf-cross gcc make xz-utils)
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then
@@ -106,10 +109,14 @@ for group in "$@"; do
       ;;
     abi) install_missing "${abi_packages[@]}" ;;
     musl) install_missing "${musl_packages[@]}" ;;
+    uclibc)
+      install_missing "${uclibc_packages[@]}"
+      scripts/toolchains/arm-uclibc.sh
+      ;;
     docs) install_missing "${docs_packages[@]}" ;;
     packages) install_missing "${packages_packages[@]}" ;;
     *)
-      echo "setup: unknown group $group; the first lines of this script name all" >&2
+      echo "setup: unknown group $group; the first lines of this script name them" >&2
       exit 2
       ;;
   esac

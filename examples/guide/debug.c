@@ -1,5 +1,5 @@
 /* Sends the diagnostics of a program, and those of the library, to a file for some time. */
-#define _POSIX_C_SOURCE 200809L
+#define _XOPEN_SOURCE 700
 #include <errno.h>
 #include <fcntl.h>
 #include <qiv/debug.h>

@@ -5,8 +5,9 @@
 #include <stdio.h>
 #include <string.h>
 
-/* What the C libraries call their library of mathematics, the likeliest first. */
-static const char* const kNames[] = {"libm.so.6", "libm.so.1", "libm.so.0", "libm.so"};
+/* What the C libraries call their library of mathematics, the likeliest first; the last one holds
+ * everything in one. */
+static const char* const kNames[] = {"libm.so.6", "libm.so.1", "libm.so.0", "libm.so", "libc.so.1"};
 
 static QIV_HANDLE LoadFirst(const char** name) {
   size_t i;

@@ -56,7 +56,7 @@ class LineOutput final : public Output {
   bool Show(const Reading& reading) override {
     const std::string text = m_json ? JsonReport(reading) : PlainText(reading);
     std::fputs(text.c_str(), stdout);
-    if (std::fflush(stdout) == 0) return true;
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return true;
     // A reader that has seen enough is no failure to speak of.
     if (errno != EPIPE) std::perror("qiv-sysmon: cannot write");
     return false;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 
 namespace sysmon {
 namespace {
@@ -34,6 +35,22 @@ bool Write(const std::string& text) {
   return true;
 }
 
+bool IsUtf8(const char* codeset) {
+  return QIV_Strcasecmp(codeset, "UTF-8") == 0 || QIV_Strcasecmp(codeset, "UTF8") == 0;
+}
+
+// What the user's locale says behind its dot is asked too: not every C library has that locale.
+bool ShowsUtf8() {
+  if (IsUtf8(nl_langinfo(CODESET))) return true;
+  for (const char* const name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    const char* const locale = std::getenv(name);
+    if (locale == nullptr || *locale == '\0') continue;
+    const char* const dot = std::strrchr(locale, '.');
+    return dot != nullptr && IsUtf8(dot + 1);
+  }
+  return false;
+}
+
 }  // namespace
 
 bool HasScreen() {
@@ -43,8 +60,7 @@ bool HasScreen() {
 
 Style StyleOfTerminal() {
   const char* const noColour = std::getenv("NO_COLOR");
-  return {QIV_Strcasecmp(nl_langinfo(CODESET), "UTF-8") == 0,
-          noColour == nullptr || *noColour == '\0'};
+  return {ShowsUtf8(), noColour == nullptr || *noColour == '\0'};
 }
 
 Size SizeOfTerminal() {

@@ -26,7 +26,7 @@ class Converter {
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
 
-  bool IsOpen() const { return reinterpret_cast<std::intptr_t>(m_handle) != -1; }
+  bool IsOpen() const { return m_handle != iconv_t(-1); }
 
   /** True when the whole input was converted. */
   bool Convert(const char* in, std::size_t inBytes, char* out, std::size_t outBytes) {

@@ -250,6 +250,18 @@ TEST_F(RandomAddressTextTest, ReadingAgreesWithTheModelAndWritesNothingElse) {
   EXPECT_LT(accepted, rounds * 9 / 10) << "the texts no longer try the refusing paths";
 }
 
+/** A number with more zeros in front than it has room for, which not every system refuses. */
+bool HasLongNumber(const std::string& text) {
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t end = std::min(text.find_first_of(":.", begin), text.size());
+    const bool isDecimal = text[end] == '.' || (begin > 0 && text[begin - 1] == '.');
+    if (end - begin > (isDecimal ? 3 : 4)) return true;
+    begin = end + 1;
+  }
+  return false;
+}
+
 TEST_F(RandomAddressTextTest, WhatTheSystemReadsIsReadAlike) {
   const int rounds = qiv::test::ScaledLoad(kRounds);
   int compared = 0;
@@ -260,7 +272,9 @@ TEST_F(RandomAddressTextTest, WhatTheSystemReadsIsReadAlike) {
     unsigned char out[16] = {};
     if (inet_pton(family, text.c_str(), system) != 1) continue;
     ++compared;
-    ASSERT_EQ(0, QIV_InetPton(text.c_str(), out)) << text;
+    const bool isRefused = HasLongNumber(text);
+    ASSERT_EQ(isRefused ? -1 : 0, QIV_InetPton(text.c_str(), out)) << text;
+    if (isRefused) continue;
     ASSERT_EQ(0, std::memcmp(system, out, sizeof(out))) << text;
   }
   EXPECT_GT(compared, rounds / 20);

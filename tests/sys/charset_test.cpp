@@ -2,7 +2,6 @@
 #include <iconv.h>
 #include <qiv/system.h>
 
-#include <cstdint>
 #include <string>
 
 #include "support/failing_allocation.h"
@@ -12,7 +11,7 @@ namespace {
 // Not every C library knows EUC-CN; without it every result is empty.
 bool PlatformHasEucCn() {
   iconv_t handle = iconv_open("UTF-8", "EUC-CN");
-  if (reinterpret_cast<std::intptr_t>(handle) == -1) return false;
+  if (handle == iconv_t(-1)) return false;
   iconv_close(handle);
   return true;
 }

@@ -69,10 +69,13 @@ TEST_F(DsoTest, FunctionsAndObjectsAreFoundAndOthersAreNull) {
 TEST_F(DsoTest, LastUnloadRunsTheDestructors) {
   QIV_HANDLE module = QIV_LoadDSo(Module());
   ASSERT_NE(nullptr, module);
-  EXPECT_EQ(module, QIV_LoadDSo(Module())) << "loaded once, counted twice";
+  QIV_HANDLE again = QIV_LoadDSo(Module());
+  ASSERT_NE(nullptr, again);
+  EXPECT_EQ(QIV_GetDsoSym(module, kValue), QIV_GetDsoSym(again, kValue))
+      << "loaded once, counted twice";
   int unloads = 0;
   reinterpret_cast<void (*)(int*)>(QIV_GetDsoSym(module, "QIV_TestModuleCountUnloads"))(&unloads);
-  EXPECT_EQ(0, QIV_UnloadDSo(module));
+  EXPECT_EQ(0, QIV_UnloadDSo(again));
   EXPECT_EQ(0, unloads);
   EXPECT_TRUE(IsLoaded());
   EXPECT_EQ(0, QIV_UnloadDSo(module));
