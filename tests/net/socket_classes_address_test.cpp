@@ -199,7 +199,7 @@ TEST_F(NetAddrTest, GetHostIsTheSystemsStaticBuffer) {
   const char* const host = address.get_host();
   EXPECT_STREQ("10.1.2.3", host);
   // As long as the first text: where it begins in the buffer may depend on the length.
-  const in_addr other = SystemAddress("10.1.2.4", 0).sin_addr;
+  const in_addr other = AddressWith("10.1.2.4", 0).sin_addr;
   EXPECT_EQ(host, inet_ntoa(other));
   EXPECT_STREQ("10.1.2.4", host);
 }
