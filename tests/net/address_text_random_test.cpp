@@ -250,14 +250,11 @@ TEST_F(RandomAddressTextTest, ReadingAgreesWithTheModelAndWritesNothingElse) {
   EXPECT_LT(accepted, rounds * 9 / 10) << "the texts no longer try the refusing paths";
 }
 
-/** A number with more zeros in front than it has room for, which not every system refuses. */
-bool HasLongNumber(const std::string& text) {
-  std::size_t begin = 0;
-  while (begin <= text.size()) {
-    const std::size_t end = std::min(text.find_first_of(":.", begin), text.size());
-    const bool isDecimal = text[end] == '.' || (begin > 0 && text[begin - 1] == '.');
-    if (end - begin > (isDecimal ? 3 : 4)) return true;
-    begin = end + 1;
+/** A field of an IPv6 address with so many leading zeros that not every system takes it. */
+bool HasLongField(const std::string& text) {
+  for (const std::string& field : Split(text, ':')) {
+    const bool isIpv4 = field.find('.') != std::string::npos;
+    if (field.size() > (isIpv4 ? INET_ADDRSTRLEN - 1 : 4)) return true;
   }
   return false;
 }
@@ -272,7 +269,7 @@ TEST_F(RandomAddressTextTest, WhatTheSystemReadsIsReadAlike) {
     unsigned char out[16] = {};
     if (inet_pton(family, text.c_str(), system) != 1) continue;
     ++compared;
-    const bool isRefused = HasLongNumber(text);
+    const bool isRefused = family == AF_INET6 && HasLongField(text);
     ASSERT_EQ(isRefused ? -1 : 0, QIV_InetPton(text.c_str(), out)) << text;
     if (isRefused) continue;
     ASSERT_EQ(0, std::memcmp(system, out, sizeof(out))) << text;
