@@ -174,15 +174,14 @@ build_unwinder() {
   echo 'GROUP ( libgcc_s.so.1 -lgcc )' >"$root"/usr/lib/libgcc_s.so
 }
 
-# The shared library alone; the one ABI of std::string that programs get by default.
+# The shared library alone.
 build_cxx_library() {
   mkdir "$work"/libstdc++
   cd "$work"/libstdc++
   quietly "$gcc_tree"/libstdc++-v3/configure \
     --build=x86_64-linux-gnu --host=$target --with-cross-host=x86_64-linux-gnu \
     --prefix=/usr --with-gxx-include-dir=/usr/include/c++/12 --disable-multilib --disable-nls \
-    --disable-static --disable-libstdcxx-pch --disable-libstdcxx-dual-abi \
-    --disable-libstdcxx-filesystem-ts \
+    --disable-static --disable-libstdcxx-pch --disable-libstdcxx-filesystem-ts \
     CC=$target-gcc CXX="$target-g++ -shared-libgcc -nostdinc++" \
     CFLAGS='-O2 -pipe' CXXFLAGS='-O2 -pipe -D_GNU_SOURCE'
   quietly grep '^#define _GLIBCXX_HAS_GTHREADS 1' config.h
