@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Prints what libqiv.so takes, as tables in Markdown: the sizes of the stripped library and of each
 # family's code, the memory and the time that it costs a process to load, start, stop and unload it.
-# Fails when a size is over its limit, below.
+# Fails when a size is over its limit, below. Installs what that needs first.
 # usage: footprint.sh [PRESET...]      default: release arm
 #
 # Memory and times are medians of fresh processes (bench/footprint/load_cost.c). Where an emulator
@@ -39,8 +39,9 @@ build() {
   strip=$(cached CMAKE_STRIP)
   size=${strip%strip}size
   "$strip" -o "$work/libqiv.so" "build/$preset/libqiv.so"
-  mapfile -t load_cost <"build/$preset/bench/footprint/command"
-  if [ ${#load_cost[@]} -gt 1 ]; then emulated=yes; else emulated=no; fi
+  mapfile -t load_cost <"build/$preset/bench/footprint/emulator"
+  if [ ${#load_cost[@]} -gt 0 ]; then emulated=yes; else emulated=no; fi
+  load_cost+=("build/$preset/bench/footprint/load_cost")
 }
 
 needed() {
@@ -132,6 +133,7 @@ check_limits() {
 }
 
 [ $# -gt 0 ] || set -- release arm
+scripts/setup.sh build test arm
 for preset in "$@"; do
   work=build/$preset/footprint
   mkdir -p "$work"
