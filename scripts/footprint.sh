@@ -5,8 +5,7 @@
 # usage: footprint.sh [PRESET...]      default: release arm
 #
 # Memory and times are medians of fresh processes (bench/footprint/load_cost.c). Where an emulator
-# runs them, memory is that of the program and not the emulator's; times would be the emulator's and
-# are left out.
+# runs them, memory is that of the program and not the emulator's; times include the emulator's work.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -40,7 +39,7 @@ build() {
   size=${strip%strip}size
   "$strip" -o "$work/libqiv.so" "build/$preset/libqiv.so"
   mapfile -t load_cost <"build/$preset/bench/footprint/emulator"
-  if [ ${#load_cost[@]} -gt 0 ]; then emulated=yes; else emulated=no; fi
+  if [ ${#load_cost[@]} -gt 0 ]; then clock="emulated us"; else clock=us; fi
   load_cost+=("build/$preset/bench/footprint/load_cost")
 }
 
@@ -93,7 +92,7 @@ median() {
 
 time_of() {
   local all
-  if [ $emulated = yes ] || [ "$1" = start ]; then
+  if [ "$1" = start ]; then
     echo -
     return
   fi
@@ -106,7 +105,7 @@ print_step() {
 }
 
 print_steps() {
-  echo "| Process | resident KiB | private KiB | of which libqiv.so | step in us (min to max) |"
+  echo "| Process | resident KiB | private KiB | of which libqiv.so | step in $clock (min to max) |"
   echo "|---|---|---|---|---|"
   print_step start "C program, before"
   print_step runtime "with the C++ library"

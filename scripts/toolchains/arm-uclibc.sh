@@ -154,7 +154,7 @@ exec $debian-\${0##*-} -muclibc --sysroot="\$root" -B"\$root/usr/lib/" -B"\$root
 END
   chmod +x "$tools"/bin/$target-gcc
   ln -s $target-gcc "$tools"/bin/$target-g++
-  for name in ar as ld nm objcopy objdump ranlib readelf strip; do
+  for name in ar as ld nm objcopy objdump ranlib readelf size strip; do
     ln -s /usr/bin/$debian-$name "$tools"/bin/$target-$name
   done
 }

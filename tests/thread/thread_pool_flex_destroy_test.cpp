@@ -86,13 +86,13 @@ TEST_F(ThreadPoolFlexDestroyTest, WithALimitThatSufficesEveryItemIsHandled) {
 }
 
 TEST_F(ThreadPoolFlexDestroyTest, WhenTheLimitHasPassedTheItemsLeftAreDropped) {
-  constexpr int kLimitMs = 600;
+  constexpr int kLimitMs = 100;
   TestPool pool(1);
   MakeBusy(pool, 5);
   const Stopwatch sinceBegin;
   auto destroyed = pool.DestroyInThread(kLimitMs);
   ASSERT_TRUE(pool.EventuallyInState(qiv::thread::kFlexExiting));
-  EXPECT_GE(sinceBegin.Milliseconds(), 950) << "it looks every 500 ms";
+  EXPECT_GE(sinceBegin.Milliseconds(), 475) << "it looks every 500 ms";
   m_blocker.Release();
   EXPECT_EQ(0, destroyed.Get());
   EXPECT_EQ(0, m_handled.load());
