@@ -55,7 +55,9 @@ QIV_LOAD_ORDER(QIV_LOAD_TRACE_KEY) StoreKeyLifetime g_storeKeyLifetime;
 
 // A plain mutex: a child made by fork() may unlock it.
 qiv_tlsTraceInfoOperImpl::qiv_tlsTraceInfoOperImpl() : m_mutex(0) {}
-qiv_tlsTraceInfoOperImpl::~qiv_tlsTraceInfoOperImpl() = default;
+
+/** Waits until detached threads, which nobody joins, have let go of the mutex. */
+qiv_tlsTraceInfoOperImpl::~qiv_tlsTraceInfoOperImpl() { const base::ScopedLock lock(m_mutex); }
 
 int qiv_tlsTraceInfoOperImpl::setTraceInfo(const QIV_TRACEINFO* record) noexcept {
   if (record == nullptr || IsEmpty(*record)) return QIV_ERROR;
